@@ -1,0 +1,27 @@
+#include "dns/dns_record.h"
+
+void DNS_RES_RECORD::clear() {
+  packet.clear();
+  rdata.clear();
+  server.clear();
+  name.clear();
+  type = 0;
+  class_ = 0;
+  ttl = 0;
+  rdlength = 0;
+  rdata_offset = 0;
+  timestamp = 0;
+  id = 0;
+}
+
+void dns_packet_transaction::clear() {
+  sent.clear();
+  received.clear();
+  questions.clear();
+  answers.clear();
+  authority.clear();
+  additional.clear();
+  sent_length = 0;
+  received_length = 0;
+  received_at = 0;
+}

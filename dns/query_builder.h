@@ -1,0 +1,23 @@
+// Building the query message: one question, recursion desired, a two-digit message ID.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dns/dns_record.h"
+
+// Builds the query for `text` and `type` into `record` (its packet holds the message).
+// Returns false, leaving the record cleared, when the name cannot be encoded.
+bool build_query(DNS_RES_RECORD& record, std::string text, std::uint16_t type);
+
+// Wire form of a dotted name, or nullopt (empty text, only dots, a label over 255 bytes).
+std::optional<std::vector<std::uint8_t>> encode_name(std::string_view text);
+
+// Wire form of the in-addr.arpa name for an address text, parts reversed as they stand.
+std::optional<std::vector<std::uint8_t>> encode_reverse_name(std::string_view text);
+
+// `count` decimal digits (at least one), the first never '0'.
+std::string random_digits(int count);

@@ -1,0 +1,3 @@
+#include "driver/run.h"
+
+int zib_main(int, char**) { return 0; }

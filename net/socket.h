@@ -1,0 +1,40 @@
+// A thin RAII wrapper over the BSD datagram socket calls.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qv {
+
+class socket {
+ public:
+  socket();   // descriptor -1, family 0, type 3; makes the process ignore SIGPIPE
+  ~socket();  // shutdown(SHUT_WR) then close, when a descriptor is open
+  socket(const socket&) = delete;
+  socket& operator=(const socket&) = delete;
+  socket(socket&& other) noexcept;
+  socket& operator=(socket&& other) noexcept;
+
+  // kind 0 stream/TCP, 1 datagram/UDP, 2 raw/UDP; a kind above 2 is refused without a call.
+  bool open(std::uint32_t kind, std::uint32_t family);
+
+  // `address` in network byte order (as inet_addr gives it), `port` in host order.
+  bool send_to(const std::uint8_t* octets, std::size_t length, std::uint32_t address, std::uint16_t port);
+
+  // Waits up to `timeout_seconds` for one datagram and reads it; 0 means nothing.
+  std::uint32_t receive_from(std::uint8_t* buffer, std::size_t capacity, std::uint32_t& address,
+                             std::uint16_t& port, std::int32_t timeout_seconds, bool host_order);
+
+  bool close();
+
+  std::uint32_t type() const { return m_type; }
+  std::uint32_t family() const { return m_family; }
+  std::int64_t descriptor() const { return m_descriptor; }
+
+ private:
+  std::uint32_t m_type = 3;
+  std::uint32_t m_family = 0;
+  std::int64_t m_descriptor = -1;
+};
+
+}  // namespace qv

@@ -1,0 +1,31 @@
+// The run configuration: the generic report settings plus the tool's own options.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "params/cmd_params.h"
+
+class input_params : public cmd_params {
+ public:
+  input_params();
+  ~input_params() override = default;
+
+  // The tool layer: runs the generic layer first, then the lookup options, -server, and the
+  // numbers. Returns 1 on success, 0 on failure (its message already on standard error).
+  // `help` is set when the generic layer asked for the usage text.
+  int parse(arg_list& args, std::ostream& header, bool& help);
+
+  std::string server = "8.8.8.8";
+  std::string url;
+  std::string ip;
+  std::string mx;
+  std::string txt;
+  std::string ns;           // shared by -ns and -cname
+  std::string query_name;
+  std::int32_t timeout = 1;
+  std::int32_t retry = 0;
+  std::int32_t delay = 0;
+  std::int32_t query_type = 1;
+  std::uint8_t ipv6 = 0;    // accepted and stored; the query path never consults it
+};

@@ -1,0 +1,13 @@
+// The tabular report: aligned text (the default) and delimited values (-csv).
+#pragma once
+
+#include <ostream>
+#include <string_view>
+
+#include "dns/dns_record.h"
+#include "params/input_params.h"
+
+// Writes the heading first while config.heading_pending is set (and clears it), then one row
+// for `record`. The query character substitution is applied to record.name in place.
+void write_table_row(DNS_RES_RECORD& record, std::ostream& out, std::string_view comment,
+                     std::string_view status, input_params& config);
