@@ -1,0 +1,24 @@
+// Runs a program as a child process with the given standard input, and captures its standard
+// output, standard error and exit status. Bounded in time: a child still running at the
+// deadline is killed (by its PID) and reported as timed out.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct process_result {
+  std::string out;
+  std::string err;
+  int status = -1;        // exit status, or -1 when killed or not started
+  bool timed_out = false;
+};
+
+// `stdin_text` nullopt gives the child no standard input at all (its descriptor 0 closed).
+process_result run_process(const std::vector<std::string>& argv, std::optional<std::string> stdin_text = "",
+                           std::chrono::milliseconds limit = std::chrono::seconds(60));
+
+// The zib binary under test, with `args` after the program path.
+process_result run_zib(const std::vector<std::string>& args, std::optional<std::string> stdin_text = "",
+                       std::chrono::milliseconds limit = std::chrono::seconds(60));
