@@ -1,7 +1,9 @@
 // Record data (RDATA) told as text, by type.
 #pragma once
 
+#include <cstdint>
 #include <ostream>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -11,8 +13,20 @@
 // text report, ";" in CSV). Unreadable data falls back to a hex dump.
 void write_record_data(std::ostream& out, const DNS_RES_RECORD& record, std::string_view field_sep);
 
-// The same decisions into a string, without the hex dump fallback.
+// The same decisions into a string, without the hex dump fallback. `out` is cleared first.
 bool record_data_string(const DNS_RES_RECORD& record, std::string& out);
 
 // The SOA line; with `with_header` the heading line and two line ends come first.
 void write_soa(const SOA_RDATA& soa, std::ostream& out, std::string_view sep, bool with_header);
+
+// Each byte as two lower-case hex digits, one space between bytes, none around them. Shared
+// with the XML raw_data_hex element.
+void write_hex_bytes(std::ostream& out, std::span<const std::uint8_t> bytes);
+
+// The name stored at `offset` of the record's own message, or empty when it cannot be read.
+// Record offsets are 16-bit on the wire; the truncation is the wire's own arithmetic.
+std::string record_name_at(const DNS_RES_RECORD& record, std::uint32_t offset, bool& ok);
+
+// The MX preference: the two bytes at the data offset, big-endian, read from the record's
+// message. Bytes past the end of the message read as zero.
+std::uint16_t mx_preference(const DNS_RES_RECORD& record);

@@ -1,0 +1,184 @@
+#include "report/record_data.h"
+
+#include <sstream>
+
+#include "dns/response_parser.h"
+#include "report/stream_format.h"
+
+namespace {
+
+constexpr std::uint8_t k_carriage_return = 13;
+constexpr std::uint8_t k_line_feed = 10;
+
+void write_dotted_quad(std::ostream& out, std::span<const std::uint8_t> bytes) {
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i != 0) write_field(out, ".");
+    write_field(out, bytes[i]);
+  }
+}
+
+// Groups of 16 bits without leading zeros and without shortening zero runs, so every group
+// stays visible in the column; an odd last byte has no partner and is dropped.
+void write_ipv6_groups(std::ostream& out, std::span<const std::uint8_t> bytes) {
+  const field_format group{0, field_align::right, ' ', true};
+  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+    if (i != 0) write_field(out, ":");
+    write_field(out, static_cast<std::uint64_t>(bytes[i]) << 8 | bytes[i + 1], group);
+  }
+}
+
+// TXT data goes out as it stands, length octets included; only CR and LF become blanks so
+// that one record stays on one report line.
+void write_txt(std::ostream& out, std::span<const std::uint8_t> bytes) {
+  std::string text(bytes.begin(), bytes.end());
+  for (char& c : text) {
+    if (c == static_cast<char>(k_carriage_return) || c == static_cast<char>(k_line_feed)) c = ' ';
+  }
+  write_field(out, text);
+}
+
+void write_mx(std::ostream& out, const DNS_RES_RECORD& record, std::string_view field_sep) {
+  write_field(out, mx_preference(record));
+  write_field(out, field_sep);
+  bool ok = false;
+  const std::string name = record_name_at(record, record.rdata_offset + 2, ok);
+  // The preference is already out; a bad name only changes what follows it.
+  if (ok) {
+    write_field(out, name);
+  } else {
+    write_hex_bytes(out, record.rdata);
+  }
+}
+
+void write_soa_data(std::ostream& out, const DNS_RES_RECORD& record, std::string_view field_sep) {
+  SOA_RDATA soa;
+  if (decode_soa(record.packet, record.rdata_offset, soa)) {
+    write_soa(soa, out, field_sep, false);
+  } else {
+    write_hex_bytes(out, record.rdata);
+  }
+}
+
+}  // namespace
+
+void write_hex_bytes(std::ostream& out, std::span<const std::uint8_t> bytes) {
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i != 0) write_field(out, " ");
+    write_field(out, bytes[i], k_hex_byte);
+  }
+}
+
+std::string record_name_at(const DNS_RES_RECORD& record, std::uint32_t offset, bool& ok) {
+  std::string name;
+  ok = decode_name(record.packet, static_cast<std::uint16_t>(offset), name) != 0;
+  return name;
+}
+
+std::uint16_t mx_preference(const DNS_RES_RECORD& record) {
+  const auto byte_at = [&record](std::size_t offset) -> std::uint16_t {
+    return offset < record.packet.size() ? record.packet[offset] : 0;
+  };
+  return static_cast<std::uint16_t>(byte_at(record.rdata_offset) << 8 |
+                                    byte_at(std::size_t{record.rdata_offset} + 1));
+}
+
+void write_record_data(std::ostream& out, const DNS_RES_RECORD& record, std::string_view field_sep) {
+  const std::span<const std::uint8_t> data = record.rdata;
+  if (record.rdlength == 0) {
+    write_field(out, "  <none>");
+    return;
+  }
+  switch (record.type) {
+    case k_type_a:
+      if (record.rdlength == 4 && data.size() == 4) {
+        write_dotted_quad(out, data);
+        return;
+      }
+      break;
+    case k_type_ns:
+    case k_type_cname:
+    case k_type_ptr: {
+      bool ok = false;
+      const std::string name = record_name_at(record, record.rdata_offset, ok);
+      if (ok) {
+        write_field(out, name);
+        return;
+      }
+      break;
+    }
+    case k_type_soa:
+      write_soa_data(out, record, field_sep);
+      return;
+    case k_type_mx:
+      write_mx(out, record, field_sep);
+      return;
+    case k_type_txt:
+      write_txt(out, data);
+      return;
+    case k_type_aaaa:
+      write_ipv6_groups(out, data);
+      return;
+    default:
+      break;
+  }
+  write_hex_bytes(out, data);
+}
+
+bool record_data_string(const DNS_RES_RECORD& record, std::string& out) {
+  out.clear();
+  if (record.rdlength == 0) return false;
+  bool ok = false;
+  switch (record.type) {
+    case k_type_a:
+      if (record.rdlength == 4 && record.rdata.size() == 4) {
+        std::ostringstream text;
+        write_dotted_quad(text, record.rdata);
+        out = text.str();
+      }
+      return true;
+    case k_type_ns:
+    case k_type_cname:
+    case k_type_ptr:
+      out = record_name_at(record, record.rdata_offset, ok);
+      return true;
+    case k_type_mx:
+      out = record_name_at(record, record.rdata_offset + 2, ok);
+      return true;
+    case k_type_txt:
+      out.assign(record.rdata.begin(), record.rdata.end());
+      return true;
+    case k_type_aaaa: {
+      std::ostringstream text;
+      write_ipv6_groups(text, record.rdata);
+      out = text.str();
+      return true;
+    }
+    case k_type_soa:
+      return false;
+    default:
+      return true;
+  }
+}
+
+void write_soa(const SOA_RDATA& soa, std::ostream& out, std::string_view sep, bool with_header) {
+  if (with_header) {
+    for (std::string_view heading : {"   name server ", "   admin mailbox ", "serial#", "refresh",
+                                     "retry", "expire"}) {
+      write_field(out, heading);
+      write_field(out, sep);
+    }
+    write_field(out, "minimum");
+    write_field(out, "\n\n");
+  }
+  write_field(out, soa.name_server);
+  write_field(out, sep);
+  write_field(out, soa.admin_mailbox);
+  // Eight digits each, so the five numbers line up from row to row.
+  const field_format number{8, field_align::right, '0', true};
+  const std::uint32_t values[] = {soa.serial, soa.refresh, soa.retry, soa.expire, soa.minimum};
+  for (std::uint32_t value : values) {
+    write_field(out, sep);
+    write_field(out, "0x");
+    write_field(out, value, number);
+  }
+}
