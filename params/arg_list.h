@@ -22,3 +22,6 @@ std::optional<std::string> take_value(arg_list& args, std::string_view name);
 // "x", octal after the first "o", otherwise decimal with atoi rules when the text starts with
 // a digit, "+" or "-". Refused text leaves `out` unchanged and returns false.
 bool read_number(std::string_view text, std::int32_t& out);
+
+// ASCII lower case; bytes outside A-Z pass unchanged, so UTF-8 names survive.
+std::string to_lower_ascii(std::string_view text);

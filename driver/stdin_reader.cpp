@@ -1,0 +1,37 @@
+#include "driver/stdin_reader.h"
+
+namespace qvportdir {
+
+bool stdin_stream::read_line(std::string& line, bool trim) {
+  line.clear();
+  if (!usable() || at_end_) return false;
+  // Once fgets has failed the stream stays finished: a terminal could otherwise hand out
+  // more lines after the user's end-of-file key.
+  if (std::fgets(buffer_.data(), static_cast<int>(buffer_.size()), stream_) == nullptr) {
+    at_end_ = true;
+    return false;
+  }
+  line.assign(buffer_.data());
+  if (trim) {
+    while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) line.pop_back();
+  }
+  return true;
+}
+
+bool stdin_stream_ex::init_to_stdin() {
+  clear();
+  source_ = source::standard_input;
+  return true;
+}
+
+bool stdin_stream_ex::read(std::string& line, bool trim) {
+  if (source_ != source::standard_input) {
+    line.clear();
+    return false;
+  }
+  return read_line(line, trim);
+}
+
+void stdin_stream_ex::clear() { source_ = source::none; }
+
+}  // namespace qvportdir

@@ -1,0 +1,84 @@
+#include "params/input_params.h"
+
+#include <iostream>
+#include <string_view>
+
+namespace {
+
+struct pipe_option {
+  std::string_view name;
+  std::int32_t type;
+};
+
+// Checked in this order; with several present the last one found sets the type.
+constexpr pipe_option k_pipe_options[] = {
+    {"-url_pipe", 1}, {"-ip_pipe", 12}, {"-mx_pipe", 15},
+    {"-ns_pipe", 2},  {"-cname_pipe", 5}, {"-txt_pipe", 16},
+};
+
+struct single_option {
+  std::string_view name;
+  std::int32_t type;
+  std::string input_params::*slot;
+  bool reports_conflict;  // -url is checked first, so a conflict found there has no message
+};
+
+constexpr single_option k_single_options[] = {
+    {"-url", 1, &input_params::url, false},  {"-ip", 12, &input_params::ip, true},
+    {"-mx", 15, &input_params::mx, true},    {"-txt", 16, &input_params::txt, true},
+    {"-ns", 2, &input_params::ns, true},     {"-cname", 5, &input_params::ns, true},
+};
+
+void take_number(arg_list& args, std::string_view name, std::int32_t& field) {
+  if (const auto value = take_value(args, name)) read_number(*value, field);
+}
+
+}  // namespace
+
+input_params::input_params() {
+  xml = 0;
+  verbose = 0;
+  use_stdin = 0;
+}
+
+int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
+  help = false;
+  const parse_result generic = parse_generic(args, header);
+  if (generic == parse_result::help) {
+    help = true;
+    return 0;
+  }
+  if (generic == parse_result::failed) return 0;
+
+  for (const pipe_option& option : k_pipe_options) {
+    if (!take_switch(args, option.name)) continue;
+    if (!use_enumdir) use_stdin = 1;
+    query_type = option.type;
+  }
+
+  for (const single_option& option : k_single_options) {
+    auto value = take_value(args, option.name);
+    if (!value) continue;
+    this->*option.slot = *value;  // stored before the conflict test, as -ns/-cname show
+    if (!query_name.empty()) {
+      if (option.reports_conflict) std::cerr << "invalid combination of commands\n";
+      return 0;
+    }
+    query_name = std::move(*value);
+    query_type = option.type;
+  }
+
+  auto address = take_value(args, "-server");
+  if (!address) {
+    std::cerr << "error: need to specify a DNS server to query using the format: -server "
+                 "<ipv4 addr>\n";
+    return 0;
+  }
+  server = std::move(*address);
+
+  if (take_switch(args, "-ipv6")) ipv6 = 1;
+  take_number(args, "-timeout", timeout);
+  take_number(args, "-retry", retry);
+  take_number(args, "-delay", delay);
+  return 1;
+}
