@@ -1,0 +1,47 @@
+#include "dns/byte_reader.h"
+
+#include <algorithm>
+
+std::uint8_t byte_reader::peek(std::size_t offset) noexcept {
+  if (offset >= bytes_.size()) {
+    overran_ = true;
+    return 0;
+  }
+  return bytes_[offset];
+}
+
+std::uint8_t byte_reader::u8() noexcept { return peek(offset_++); }
+
+std::uint16_t byte_reader::u16() noexcept {
+  const std::uint16_t hi = u8();
+  return static_cast<std::uint16_t>(hi << 8 | u8());
+}
+
+std::uint32_t byte_reader::u32() noexcept {
+  const std::uint32_t hi = u16();
+  return hi << 16 | u16();
+}
+
+void byte_reader::append_to(std::string& out, std::size_t n) {
+  for (std::size_t i = 0; i < n; ++i) out.push_back(static_cast<char>(u8()));
+}
+
+void byte_reader::append_to(std::vector<std::uint8_t>& out, std::size_t n) {
+  // The in-range part is copied in one go; only the tail past the end is zero-filled.
+  const std::size_t have = std::min(n, remaining());
+  const auto first = bytes_.subspan(std::min(offset_, bytes_.size()), have);
+  out.insert(out.end(), first.begin(), first.end());
+  if (have < n) {
+    out.resize(out.size() + (n - have), 0);
+    overran_ = true;
+  }
+  offset_ += n;
+}
+
+byte_reader byte_reader::window(std::size_t n) noexcept {
+  const std::size_t have = std::min(n, remaining());
+  byte_reader inner(bytes_.subspan(std::min(offset_, bytes_.size()), have));
+  if (have < n) overran_ = true;
+  offset_ += n;
+  return inner;
+}
