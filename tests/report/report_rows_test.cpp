@@ -229,7 +229,7 @@ TEST(table_writer, csv_rows) {
       "query,comment,status,id,DNSserv,date, time-UTC,type,tname,class,ttl,size,data",
       "a b.example.com.,answer,success,af,127.0.0.1,2026-11-15, 20:04:01.123,1,A,1,3600,4,"
       "93.184.216.34",
-      "example.com.|authority|success|af|127.0.0.1|2026-11-15|20:04:01.123|6|SOA|1|3600|41|"
+      "example.com.|authority|success|af|127.0.0.1|2026-11-15|20:04:01.123|6|SOA|1|3600|39|"
       "ns1.example.com.;hostmaster.example.com.;0x78a1b2c3;0x00000e10;0x00000384;0x00093a80;"
       "0x00000e10",
   };
