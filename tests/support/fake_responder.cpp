@@ -131,8 +131,7 @@ action answer_a(std::array<std::uint8_t, 4> address) {
   return reply(std::move(body));
 }
 
-action foreign_id(reply_body body) {
-  action a = reply(std::move(body));
+action foreign_id(action a) {
   a.foreign_id = true;
   return a;
 }
@@ -223,13 +222,20 @@ std::vector<bytes> responder::sent() const {
   return m_sent;
 }
 
-bool responder::wait_for_sent(std::size_t count, milliseconds limit) const {
+template <class Count>
+bool responder::wait_until(Count count_now, std::size_t count, milliseconds limit) const {
   const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (sent().size() >= count) return true;
+  while (count_now() < count && std::chrono::steady_clock::now() < deadline)
     std::this_thread::sleep_for(milliseconds(5));
-  }
-  return sent().size() >= count;
+  return count_now() >= count;
+}
+
+bool responder::wait_for_received(std::size_t count, milliseconds limit) const {
+  return wait_until([this] { return received().size(); }, count, limit);
+}
+
+bool responder::wait_for_sent(std::size_t count, milliseconds limit) const {
+  return wait_until([this] { return sent().size(); }, count, limit);
 }
 
 bool responder::pause(milliseconds delay) const {

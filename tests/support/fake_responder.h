@@ -70,12 +70,13 @@ struct action {
 action silent();
 action reply(reply_body body = {});
 action answer_a(std::array<std::uint8_t, 4> address = {192, 0, 2, 1});
-action foreign_id(reply_body body = {});
 action empty_datagram();
 action raw_bytes(bytes raw);
 action question_only();
 action every_type();
 action no_such_name();  // NXDOMAIN: the question and an SOA in the authority section
+// Modifiers: the ID bytes inverted, the reply held back, the reply sent from another socket.
+action foreign_id(action a = answer_a());
 action delayed(action a, milliseconds delay);
 action from_elsewhere(action a);
 // Silent for the first n-1 datagrams, then `a`.
@@ -103,7 +104,8 @@ class responder {
 
   std::vector<datagram> received() const;
   std::vector<bytes> sent() const;  // the replies, in the order sent
-  // Waits (bounded) until `count` replies went out; true when they did.
+  // Wait (bounded) until `count` datagrams came in or `count` replies went out; true when so.
+  bool wait_for_received(std::size_t count, milliseconds limit = std::chrono::seconds(5)) const;
   bool wait_for_sent(std::size_t count, milliseconds limit = std::chrono::seconds(5)) const;
   void stop();
 
@@ -111,6 +113,8 @@ class responder {
   void serve(std::chrono::steady_clock::time_point deadline);
   void answer(const datagram& query, const void* sender, const action& a);
   bool pause(milliseconds delay) const;
+  template <class Count>
+  bool wait_until(Count count_now, std::size_t count, milliseconds limit) const;
 
   std::string m_address;
   std::vector<action> m_script;
