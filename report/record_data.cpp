@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "dns/byte_reader.h"
 #include "dns/response_parser.h"
 #include "report/stream_format.h"
 
@@ -40,11 +41,9 @@ void write_txt(std::ostream& out, std::span<const std::uint8_t> bytes) {
 void write_mx(std::ostream& out, const DNS_RES_RECORD& record, std::string_view field_sep) {
   write_field(out, mx_preference(record));
   write_field(out, field_sep);
-  bool ok = false;
-  const std::string name = record_name_at(record, record.rdata_offset + 2, ok);
   // The preference is already out; a bad name only changes what follows it.
-  if (ok) {
-    write_field(out, name);
+  if (const auto name = record_name_at(record, record.rdata_offset + 2)) {
+    write_field(out, *name);
   } else {
     write_hex_bytes(out, record.rdata);
   }
@@ -68,18 +67,18 @@ void write_hex_bytes(std::ostream& out, std::span<const std::uint8_t> bytes) {
   }
 }
 
-std::string record_name_at(const DNS_RES_RECORD& record, std::uint32_t offset, bool& ok) {
+std::optional<std::string> record_name_at(const DNS_RES_RECORD& record, std::uint32_t offset) {
   std::string name;
-  ok = decode_name(record.packet, static_cast<std::uint16_t>(offset), name) != 0;
+  if (decode_name(record.packet, static_cast<std::uint16_t>(offset), name) == 0) return std::nullopt;
   return name;
 }
 
 std::uint16_t mx_preference(const DNS_RES_RECORD& record) {
-  const auto byte_at = [&record](std::size_t offset) -> std::uint16_t {
-    return offset < record.packet.size() ? record.packet[offset] : 0;
-  };
-  return static_cast<std::uint16_t>(byte_at(record.rdata_offset) << 8 |
-                                    byte_at(std::size_t{record.rdata_offset} + 1));
+  // Read from the message, like the name after it; a record too short for the field reads
+  // zeros past the end of the message instead of leaving it.
+  byte_reader reader(record.packet);
+  reader.seek(record.rdata_offset);
+  return reader.u16();
 }
 
 void write_record_data(std::ostream& out, const DNS_RES_RECORD& record, std::string_view field_sep) {
@@ -97,15 +96,12 @@ void write_record_data(std::ostream& out, const DNS_RES_RECORD& record, std::str
       break;
     case k_type_ns:
     case k_type_cname:
-    case k_type_ptr: {
-      bool ok = false;
-      const std::string name = record_name_at(record, record.rdata_offset, ok);
-      if (ok) {
-        write_field(out, name);
+    case k_type_ptr:
+      if (const auto name = record_name_at(record, record.rdata_offset)) {
+        write_field(out, *name);
         return;
       }
       break;
-    }
     case k_type_soa:
       write_soa_data(out, record, field_sep);
       return;
@@ -127,7 +123,6 @@ void write_record_data(std::ostream& out, const DNS_RES_RECORD& record, std::str
 bool record_data_string(const DNS_RES_RECORD& record, std::string& out) {
   out.clear();
   if (record.rdlength == 0) return false;
-  bool ok = false;
   switch (record.type) {
     case k_type_a:
       if (record.rdlength == 4 && record.rdata.size() == 4) {
@@ -139,10 +134,10 @@ bool record_data_string(const DNS_RES_RECORD& record, std::string& out) {
     case k_type_ns:
     case k_type_cname:
     case k_type_ptr:
-      out = record_name_at(record, record.rdata_offset, ok);
+      out = record_name_at(record, record.rdata_offset).value_or("");
       return true;
     case k_type_mx:
-      out = record_name_at(record, record.rdata_offset + 2, ok);
+      out = record_name_at(record, record.rdata_offset + 2).value_or("");
       return true;
     case k_type_txt:
       out.assign(record.rdata.begin(), record.rdata.end());

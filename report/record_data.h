@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <span>
 #include <string>
@@ -23,9 +24,9 @@ void write_soa(const SOA_RDATA& soa, std::ostream& out, std::string_view sep, bo
 // with the XML raw_data_hex element.
 void write_hex_bytes(std::ostream& out, std::span<const std::uint8_t> bytes);
 
-// The name stored at `offset` of the record's own message, or empty when it cannot be read.
-// Record offsets are 16-bit on the wire; the truncation is the wire's own arithmetic.
-std::string record_name_at(const DNS_RES_RECORD& record, std::uint32_t offset, bool& ok);
+// The name stored at `offset` of the record's own message, or nullopt when it cannot be read.
+// Message offsets are 16-bit; the truncation is the wire's own arithmetic.
+std::optional<std::string> record_name_at(const DNS_RES_RECORD& record, std::uint32_t offset);
 
 // The MX preference: the two bytes at the data offset, big-endian, read from the record's
 // message. Bytes past the end of the message read as zero.

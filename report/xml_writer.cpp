@@ -51,9 +51,9 @@ std::string ipv6_text(const std::vector<std::uint8_t>& bytes) {
   return text;
 }
 
+// An unreadable name still gives its attribute, with an empty value.
 std::string name_at(const DNS_RES_RECORD& record, std::uint32_t offset) {
-  bool ok = false;
-  return record_name_at(record, offset, ok);
+  return record_name_at(record, offset).value_or("");
 }
 
 // Returns false when the tag must stay open: an SOA whose data cannot be read leaves
