@@ -281,7 +281,7 @@ void responder::answer(const datagram& query, const void* sender, const action& 
   if (fd != m_fd) ::close(fd);
   if (put < 0) return;
   std::lock_guard lock(m_mutex);
-  m_sent.push_back(std::move(out));
+  m_sent.push_back(std::move(out));  // the client may see it before this: use wait_for_sent
 }
 
 }  // namespace fake
