@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/descriptors.h"
 #include "support/fake_responder.h"
+#include "support/nsd_server.h"
+#include "support/process_runner.h"
 #include "time/clock.h"
 
 namespace {
@@ -22,13 +25,13 @@ void record_pause(unsigned seconds) { g_pauses.push_back(seconds); }
 
 // What the query builder would make for "www.example.test" with ID 42, written out here so
 // these tests depend only on the transport.
-DNS_RES_RECORD make_query(std::uint16_t type) {
+DNS_RES_RECORD make_query(std::uint16_t type, const std::string& text = "www.example.test") {
   DNS_RES_RECORD query;
   query.packet = {0x2A, 0x00, 0x01, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
-  const auto name = fake::wire_name("www.example.test");
+  const auto name = fake::wire_name(text);
   query.packet.insert(query.packet.end(), name.begin(), name.end());
   query.packet.insert(query.packet.end(), {0x00, static_cast<std::uint8_t>(type), 0x00, 0x01});
-  query.name = "www.example.test";
+  query.name = text;
   query.type = type;
   query.class_ = 1;
   query.id = 42;
@@ -311,6 +314,50 @@ TEST_F(transaction_test, no_descriptor_outlives_an_attempt) {
   }
   EXPECT_EQ(answered, 100);
   EXPECT_EQ(open_descriptor_count(), with_responder);
+}
+
+// Against a real server, dig (asked the same way: no recursion, no EDNS) is the oracle for
+// how many records each section holds; the rows must account for exactly those.
+TEST_F(transaction_test, real_server_rows_match_dig_section_counts) {
+  const std::string address = "127.0.0.137";
+  nsd_server nsd(address, {{"example.test", std::string(ZIB_TEST_DATA_DIR) + "/example.test.zone"}});
+  std::string why;
+  if (!nsd.start(why)) GTEST_SKIP() << why;
+  struct interop_case {
+    const char* name;
+    std::uint16_t type;
+    const char* dig_type;
+  };
+  const interop_case cases[] = {
+      {"www.example.test", 1, "A"},       {"nope.example.test", 1, "A"}, {"nope.example.test", 5, "CNAME"},
+      {"alias.example.test", 1, "A"},     {"example.test", 15, "MX"},    {"host.sub.example.test", 1, "A"},
+      {"www.example.test", 16, "TXT"},
+  };
+  for (const interop_case& c : cases) {
+    SCOPED_TRACE(std::string(c.name) + " " + c.dig_type);
+    const auto dig = run_process({"/usr/bin/dig", "+norec", "+noedns", "+time=2", "+tries=1", "@" + address, c.name,
+                                  c.dig_type},
+                                 "", std::chrono::seconds(10));
+    unsigned question = 0, answer = 0, authority = 0, additional = 0;
+    const auto counts = dig.out.find("QUERY: ");
+    ASSERT_NE(counts, std::string::npos) << dig.out;
+    ASSERT_EQ(std::sscanf(dig.out.c_str() + counts, "QUERY: %u, ANSWER: %u, AUTHORITY: %u, ADDITIONAL: %u", &question,
+                          &answer, &authority, &additional),
+              4);
+    std::vector<std::string> expected;
+    if (answer == 0 && c.type != 5) expected.push_back("question invalid");
+    for (auto [n, word] : {std::pair{answer, "answer"}, {authority, "authority"}, {additional, "additions"}})
+      for (unsigned i = 0; i < n; ++i) expected.push_back(std::string(word) + " success");
+
+    DNS_RES_RECORD query = make_query(c.type, c.name);
+    dns_packet_transaction transaction;
+    input_params config = make_config(address.c_str(), 0, 2, 0);
+    std::ostringstream out;
+    run_query(out, transaction, query, config);
+    std::vector<std::string> rows;
+    for (const std::string& row : row_summaries(out.str())) rows.push_back(row.substr(0, row.rfind(' ')));
+    EXPECT_EQ(rows, expected);
+  }
 }
 
 }  // namespace
