@@ -277,7 +277,8 @@ void responder::answer(const datagram& query, const void* sender, const action& 
   int fd = m_fd;
   if (a.from_elsewhere) fd = ::socket(AF_INET, SOCK_DGRAM, 0);
   if (fd == -1) return;
-  const ssize_t put = ::sendto(fd, out.data(), out.size(), 0, static_cast<const sockaddr*>(sender), sizeof(sockaddr_in));
+  const auto* to = static_cast<const sockaddr*>(sender);
+  const ssize_t put = ::sendto(fd, out.data(), out.size(), 0, to, sizeof(sockaddr_in));
   if (fd != m_fd) ::close(fd);
   if (put < 0) return;
   std::lock_guard lock(m_mutex);
