@@ -37,11 +37,3 @@ void byte_reader::append_to(std::vector<std::uint8_t>& out, std::size_t n) {
   }
   offset_ += n;
 }
-
-byte_reader byte_reader::window(std::size_t n) noexcept {
-  const std::size_t have = std::min(n, remaining());
-  byte_reader inner(bytes_.subspan(std::min(offset_, bytes_.size()), have));
-  if (have < n) overran_ = true;
-  offset_ += n;
-  return inner;
-}

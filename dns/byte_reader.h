@@ -28,13 +28,8 @@ class byte_reader {
   void append_to(std::string& out, std::size_t n);
   void append_to(std::vector<std::uint8_t>& out, std::size_t n);
 
-  // A reader over the next n bytes only (e.g. one record's data); the offset advances past them.
-  // Bytes of the window that lie past this view's end read as zeros there too.
-  byte_reader window(std::size_t n) noexcept;
-
   // Moves to any offset, also one past the end or further: reads there give zeros.
   void seek(std::size_t offset) noexcept { offset_ = offset; }
-  void skip(std::size_t n) noexcept { offset_ += n; }
 
   std::size_t offset() const noexcept { return offset_; }
   std::size_t size() const noexcept { return bytes_.size(); }
