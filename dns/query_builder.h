@@ -16,7 +16,8 @@ bool build_query(DNS_RES_RECORD& record, std::string text, std::uint16_t type);
 // Wire form of a dotted name, or nullopt (empty text, only dots, a label over 255 bytes).
 std::optional<std::vector<std::uint8_t>> encode_name(std::string_view text);
 
-// Wire form of the in-addr.arpa name for an address text, parts reversed as they stand.
+// Wire form of the in-addr.arpa name for an address text, parts reversed as they stand; nullopt
+// for an empty text or a part over 255 bytes (a text of only dots gives in-addr.arpa itself).
 std::optional<std::vector<std::uint8_t>> encode_reverse_name(std::string_view text);
 
 // `count` decimal digits (at least one), the first never '0'.
