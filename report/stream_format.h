@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <ios>
 #include <ostream>
+#include <streambuf>
+#include <string>
 #include <string_view>
 
 enum class field_align { left, right };
@@ -31,3 +33,45 @@ void write_field(std::ostream& out, std::string_view text, const field_format& f
 // Numbers go through unsigned long long so that an 8-bit value is never taken for a character
 // and a 32-bit TTL above 2^31 is never shown negative.
 void write_field(std::ostream& out, std::uint64_t value, const field_format& format = k_plain);
+
+// The same bytes as write_field, appended to a string; the stream's state plays no part.
+void append_field(std::string& row, std::string_view text, const field_format& format = k_plain);
+void append_field(std::string& row, std::uint64_t value, const field_format& format = k_plain);
+
+// One report row made in memory and handed to the output in one write. Fields are appended to
+// text() directly, or written through stream() by code that takes an ostream (record data,
+// hex bytes); both land in the same text. On a stdio-synced std::cout, writing field by field
+// costs one fwrite call per field; the text keeps its capacity from row to row.
+class report_row {
+ public:
+  report_row();
+  report_row(const report_row&) = delete;
+  report_row& operator=(const report_row&) = delete;
+
+  std::string& text() { return m_text; }
+  std::ostream& stream() { return m_stream; }
+  void clear();
+  // The whole row in one write, then the flush that every report row asks for.
+  void write_to(std::ostream& out) const;
+
+ private:
+  class appender : public std::streambuf {
+   public:
+    explicit appender(std::string& text) : m_text(text) {}
+
+   protected:
+    int_type overflow(int_type c) override;
+    std::streamsize xsputn(const char* s, std::streamsize n) override;
+
+   private:
+    std::string& m_text;
+  };
+
+  std::string m_text;
+  appender m_appender;
+  std::ostream m_stream;
+};
+
+// zib writes one row at a time on one thread, so one row serves the whole run: a stream made
+// per row would cost a locale copy each time.
+report_row& shared_report_row();

@@ -53,6 +53,48 @@ void write_heading(std::ostream& out, const input_params& config, const column_w
   out << std::endl;
 }
 
+// The columns before the data are appended straight to the row's text; the data column is
+// written through the row's stream, like every other writer of record data.
+void write_fields(report_row& row, const DNS_RES_RECORD& record, std::string_view comment,
+                  std::string_view status, const input_params& config, const column_widths& w) {
+  std::string& out = row.text();
+  const std::string_view sep = config.separator;
+
+  append_field(out, record.name, left_in(w.query));
+  append_field(out, sep);
+  append_field(out, comment, left_in(w.comment));
+  append_field(out, sep);
+  append_field(out, status, left_in(w.status));
+  append_field(out, sep);
+  append_field(out, record.id, {w.id, field_align::right, '0', true});
+  append_field(out, sep);
+  append_field(out, record.server, right_in(w.server));
+  append_field(out, sep);
+
+  std::string date;
+  std::string time;
+  format_datetime(to_calendar(record.timestamp), config.datetime_format, date, time);
+  append_field(out, date, left_in(w.date));
+  append_field(out, sep);
+  if (blank_before_time(config)) append_field(out, " ");
+  append_field(out, time, left_in(w.time));
+  append_field(out, sep);
+
+  append_field(out, record.type, right_in(w.type));
+  append_field(out, sep);
+  append_field(out, record_type_name(record.type), right_in(w.type_name));
+  append_field(out, sep);
+  append_field(out, record.class_, right_in(w.klass));
+  append_field(out, sep);
+  append_field(out, record.ttl, right_in(w.ttl));
+  append_field(out, sep);
+  append_field(out, record.rdlength, right_in(w.size));
+  append_field(out, sep);
+
+  write_record_data(row.stream(), record, csv_mode(config) ? ";" : "; ");
+  out += '\n';
+}
+
 }  // namespace
 
 void write_table_row(DNS_RES_RECORD& record, std::ostream& out, std::string_view comment,
@@ -66,39 +108,8 @@ void write_table_row(DNS_RES_RECORD& record, std::ostream& out, std::string_view
     std::replace(record.name.begin(), record.name.end(), config.query_char_from,
                  config.query_char_to);
   }
-  const std::string_view sep = config.separator;
-
-  write_field(out, record.name, left_in(w.query));
-  write_field(out, sep);
-  write_field(out, comment, left_in(w.comment));
-  write_field(out, sep);
-  write_field(out, status, left_in(w.status));
-  write_field(out, sep);
-  write_field(out, record.id, {w.id, field_align::right, '0', true});
-  write_field(out, sep);
-  write_field(out, record.server, right_in(w.server));
-  write_field(out, sep);
-
-  std::string date;
-  std::string time;
-  format_datetime(to_calendar(record.timestamp), config.datetime_format, date, time);
-  write_field(out, date, left_in(w.date));
-  write_field(out, sep);
-  if (blank_before_time(config)) write_field(out, " ");
-  write_field(out, time, left_in(w.time));
-  write_field(out, sep);
-
-  write_field(out, record.type, right_in(w.type));
-  write_field(out, sep);
-  write_field(out, record_type_name(record.type), right_in(w.type_name));
-  write_field(out, sep);
-  write_field(out, record.class_, right_in(w.klass));
-  write_field(out, sep);
-  write_field(out, record.ttl, right_in(w.ttl));
-  write_field(out, sep);
-  write_field(out, record.rdlength, right_in(w.size));
-  write_field(out, sep);
-
-  write_record_data(out, record, csv_mode(config) ? ";" : "; ");
-  out << std::endl;
+  report_row& row = shared_report_row();
+  row.clear();
+  write_fields(row, record, comment, status, config, w);
+  row.write_to(out);
 }
