@@ -1,5 +1,9 @@
 #include "driver/run.h"
 
+#include <signal.h>
+
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -38,19 +42,32 @@ void open_document(std::ostream& out, const input_params& config, const std::str
       << "<logdata tool=\"" << config.tool_id << "\" cmdline=\"" << program << "\">\n";
 }
 
+// Results that cannot be written (disk full, reader gone) must not be lost silently: the run
+// stops and says why. The stream is flushed first so a failure shows now, not at exit. errno is
+// cleared before each batch of writes, and the sockets are closed before a query's rows are
+// written, so a failed write is the last failed call and errno still names its cause.
+bool output_failed(std::ostream& out) {
+  out.flush();
+  if (out) return false;
+  print_error("prob writing results: %s\n", std::strerror(errno != 0 ? errno : EIO));
+  return true;
+}
+
 int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction) {
   if (!build_query(query, config.query_name, static_cast<std::uint16_t>(config.query_type))) {
     print_error("prob building dns packet... aborting\n");
     return k_exit_fatal;
   }
   config.heading_pending = 1;
+  errno = 0;
   run_query(out, transaction, query, config);
-  return k_exit_ok;
+  return output_failed(out) ? k_exit_fatal : k_exit_ok;
 }
 
-void ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction) {
+// Returns false when the output failed; the rest of the input is then left unread.
+bool ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction) {
   qvportdir::stdin_stream_ex reader(config);
-  if (!config.use_stdin || !reader.init_to_stdin()) return;
+  if (!config.use_stdin || !reader.init_to_stdin()) return true;
   const auto filters = build_filters(config.filters);
   config.heading_pending = 1;
   std::string line;
@@ -60,14 +77,21 @@ void ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, d
     transaction.clear();
     // A line that cannot be encoded is skipped quietly, without the delay.
     if (!build_query(query, line, static_cast<std::uint16_t>(config.query_type))) continue;
+    errno = 0;
     run_query(out, transaction, query, config);
+    if (output_failed(out)) return false;
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
   }
+  return true;
 }
 
 }  // namespace
 
 int zib_main(int argc, char** argv) {
+  // A reader that goes away (zib ... | head -1) must show as a write error that the run reports,
+  // not kill the process silently. The sockets would set this too, but the run header line is
+  // written before the first socket exists.
+  ::signal(SIGPIPE, SIG_IGN);
   arg_list args = copy_arguments(argc, argv);
   input_params config;
   std::ostringstream header;
@@ -92,23 +116,25 @@ int zib_main(int argc, char** argv) {
     }
   }
   std::ostream& out = config.results_file.empty() ? std::cout : results;
+  errno = 0;
   out << header.str() << '\n';
+  if (output_failed(out)) return k_exit_fatal;
 
   if (!lookup_requested(config)) {
-    out.flush();
     print_usage(std::cerr, program, config.tool_id);
     return k_exit_fatal;
   }
   if (config.xml) open_document(out, config, program);
+  if (output_failed(out)) return k_exit_fatal;
 
   DNS_RES_RECORD query;
   dns_packet_transaction transaction;
   if (!config.use_stdin && !config.use_enumdir) {
     if (ask_single(out, config, query, transaction) != k_exit_ok) return k_exit_fatal;
-  } else {
-    ask_piped(out, config, query, transaction);
+  } else if (!ask_piped(out, config, query, transaction)) {
+    return k_exit_fatal;
   }
+  errno = 0;
   if (config.xml) out << "</logdata>\n";
-  out.flush();
-  return k_exit_ok;
+  return output_failed(out) ? k_exit_fatal : k_exit_ok;
 }
