@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <array>
-#include <sstream>
+#include <charconv>
 #include <string>
 
 #include "dns/record_types.h"
@@ -17,27 +17,43 @@
 namespace {
 
 // Values go in exactly as they stand; a reader of these logs gets the bytes the server sent.
-void write_element(std::ostream& out, std::string_view tag, std::string_view text) {
-  write_field(out, "<");
-  write_field(out, tag);
-  write_field(out, ">");
-  write_field(out, text);
-  write_field(out, "</");
-  write_field(out, tag);
-  write_field(out, ">");
+void write_element(std::string& out, std::string_view tag, std::string_view text) {
+  out += '<';
+  out += tag;
+  out += '>';
+  out += text;
+  out += "</";
+  out += tag;
+  out += '>';
 }
 
-void write_element(std::ostream& out, std::string_view tag, std::uint64_t value) {
-  write_element(out, tag, std::to_string(value));
+void write_element(std::string& out, std::string_view tag, std::uint64_t value,
+                   const field_format& format = k_plain) {
+  out += '<';
+  out += tag;
+  out += '>';
+  append_field(out, value, format);
+  out += "</";
+  out += tag;
+  out += '>';
 }
 
 // Each attribute brings its own leading blank, after the blank of "<translated_data ".
-void write_attribute(std::ostream& out, std::string_view name, std::string_view value) {
-  write_field(out, " ");
-  write_field(out, name);
-  write_field(out, "=\"");
-  write_field(out, value);
-  write_field(out, "\"");
+void write_attribute(std::string& out, std::string_view name, std::string_view value) {
+  out += ' ';
+  out += name;
+  out += "=\"";
+  out += value;
+  out += '"';
+}
+
+void write_attribute(std::string& out, std::string_view name, std::uint64_t value,
+                     const field_format& format = k_plain) {
+  out += ' ';
+  out += name;
+  out += "=\"";
+  append_field(out, value, format);
+  out += '"';
 }
 
 // The usual compressed IPv6 form from inet_ntop ("2001:db8::1"). Data that is not exactly
@@ -58,13 +74,16 @@ std::string name_at(const DNS_RES_RECORD& record, std::uint32_t offset) {
 
 // Returns false when the tag must stay open: an SOA whose data cannot be read leaves
 // "<translated_data " without attributes and without its ">".
-bool write_translated_attributes(std::ostream& out, const DNS_RES_RECORD& record) {
+bool write_translated_attributes(std::string& out, const DNS_RES_RECORD& record) {
   switch (record.type) {
     case k_type_a:
       if (record.rdlength == 4 && record.rdata.size() == 4) {
-        std::string address;
-        record_data_string(record, address);
-        write_attribute(out, "ipv4_addr", address);
+        out += " ipv4_addr=\"";
+        for (std::size_t i = 0; i < 4; ++i) {
+          if (i != 0) out += '.';
+          append_field(out, record.rdata[i]);
+        }
+        out += '"';
       }
       return true;
     case k_type_ns:
@@ -75,23 +94,20 @@ bool write_translated_attributes(std::ostream& out, const DNS_RES_RECORD& record
     case k_type_soa: {
       SOA_RDATA soa;
       if (!decode_soa(record.packet, record.rdata_offset, soa)) return false;
-      std::ostringstream serial;
-      write_field(serial, "0x");
-      write_field(serial, soa.serial, {0, field_align::right, ' ', true});
+      char serial[24] = "0x";
+      const auto end = std::to_chars(serial + 2, serial + sizeof serial, soa.serial, 16).ptr;
       write_attribute(out, "domain_name", soa.name_server);
       write_attribute(out, "admin_mailbox", soa.admin_mailbox);
-      write_attribute(out, "serial_num", serial.str());
-      write_attribute(out, "refresh_sec", std::to_string(soa.refresh));
-      write_attribute(out, "retry_sec", std::to_string(soa.retry));
-      write_attribute(out, "expire_sec", std::to_string(soa.expire));
-      write_attribute(out, "min_sec", std::to_string(soa.minimum));
+      write_attribute(out, "serial_num", std::string_view(serial, static_cast<std::size_t>(end - serial)));
+      write_attribute(out, "refresh_sec", soa.refresh);
+      write_attribute(out, "retry_sec", soa.retry);
+      write_attribute(out, "expire_sec", soa.expire);
+      write_attribute(out, "min_sec", soa.minimum);
       return true;
     }
     case k_type_mx: {
       // Three characters wide, so preferences up to 999 line up when the log is read as text.
-      std::ostringstream preference;
-      write_field(preference, mx_preference(record), right_in(3));
-      write_attribute(out, "preference", preference.str());
+      write_attribute(out, "preference", mx_preference(record), right_in(3));
       write_attribute(out, "mx_server", name_at(record, record.rdata_offset + 2));
       return true;
     }
@@ -110,27 +126,28 @@ void write_xml_entry(const DNS_RES_RECORD& record, std::ostream& out, const inpu
   std::string date;
   std::string time;
   format_datetime(to_calendar(record.timestamp), config.datetime_format, date, time);
-  std::ostringstream id;
-  write_field(id, record.id, {4, field_align::right, '0', true});
-  std::ostringstream raw;
-  write_hex_bytes(raw, record.rdata);
 
-  write_field(out, "<data_entry>");
-  write_element(out, "query", record.name);
-  write_element(out, "status", status);
-  write_element(out, "packet_id", id.str());
-  write_element(out, "dns_server", record.server);
-  write_element(out, "query_date_utc", date);
-  write_element(out, "query_time_utc", time);
-  write_element(out, "dns_type", record.type);
-  write_element(out, "dns_type_name", record_type_name(record.type));
-  write_element(out, "dns_class", record.class_);
-  write_element(out, "ttl_secs", record.ttl);
-  write_element(out, "data_length", record.rdlength);
-  write_element(out, "raw_data_hex", raw.str());
-  write_field(out, "<translated_data ");
-  if (write_translated_attributes(out, record)) write_field(out, ">");
-  write_field(out, "</translated_data>");
-  write_field(out, "</data_entry>");
-  out << std::endl;
+  report_row& row = shared_report_row();
+  row.clear();
+  std::string& entry = row.text();
+  entry += "<data_entry>";
+  write_element(entry, "query", record.name);
+  write_element(entry, "status", status);
+  write_element(entry, "packet_id", record.id, {4, field_align::right, '0', true});
+  write_element(entry, "dns_server", record.server);
+  write_element(entry, "query_date_utc", date);
+  write_element(entry, "query_time_utc", time);
+  write_element(entry, "dns_type", record.type);
+  write_element(entry, "dns_type_name", record_type_name(record.type));
+  write_element(entry, "dns_class", record.class_);
+  write_element(entry, "ttl_secs", record.ttl);
+  write_element(entry, "data_length", record.rdlength);
+  entry += "<raw_data_hex>";
+  write_hex_bytes(row.stream(), record.rdata);
+  entry += "</raw_data_hex>";
+  entry += "<translated_data ";
+  if (write_translated_attributes(entry, record)) entry += '>';
+  entry += "</translated_data>";
+  entry += "</data_entry>\n";
+  row.write_to(out);
 }
