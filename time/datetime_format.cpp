@@ -1,6 +1,7 @@
 #include "time/datetime_format.h"
 
 #include <array>
+#include <charconv>
 
 namespace {
 
@@ -32,10 +33,12 @@ void civil_from_days(std::int64_t days, int& year, int& month, int& day) {
 }
 
 // Zero-filled decimal, at least `width` digits; never shortened.
+// Every row formats its time, so the digits go straight into `out` without a string of their own.
 void append_number(std::string& out, std::uint64_t value, std::size_t width) {
-  std::string digits = std::to_string(value);
-  if (digits.size() < width) out.append(width - digits.size(), '0');
-  out += digits;
+  char digits[24];  // 2^64 has 20 decimal digits
+  const auto size = static_cast<std::size_t>(std::to_chars(digits, digits + sizeof digits, value).ptr - digits);
+  if (size < width) out.append(width - size, '0');
+  out.append(digits, size);
 }
 
 std::uint32_t fraction_digits(std::string_view time_pattern) {
