@@ -23,7 +23,15 @@ std::uint32_t byte_reader::u32() noexcept {
 }
 
 void byte_reader::append_to(std::string& out, std::size_t n) {
-  for (std::size_t i = 0; i < n; ++i) out.push_back(static_cast<char>(u8()));
+  // Every label of every name passes here: the in-range part goes in one append, not byte by byte.
+  const std::size_t have = std::min(n, remaining());
+  const auto first = bytes_.subspan(std::min(offset_, bytes_.size()), have);
+  out.append(first.begin(), first.end());
+  if (have < n) {
+    out.append(n - have, '\0');
+    overran_ = true;
+  }
+  offset_ += n;
 }
 
 void byte_reader::append_to(std::vector<std::uint8_t>& out, std::size_t n) {
