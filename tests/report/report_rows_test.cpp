@@ -77,25 +77,6 @@ TEST(record_data, fallbacks_and_odd_lengths) {
     SCOPED_TRACE(c.label);
     EXPECT_EQ(data_text(answer(c.type, c.rdata)), c.text);
   }
-  const struct {
-    std::uint16_t type;
-    bytes rdata;
-    bool result;
-    std::string text;
-  } strings[] = {{1, {10, 0, 0, 1}, true, "10.0.0.1"},  {2, {0xc0, 0xff}, true, ""},
-                 {15, k_mx_rdata, true, "mail.example.com."}, {16, {1, '\n'}, true, "\x01\n"},
-                 {6, k_soa_rdata, false, ""},           {99, {1}, true, ""},
-                 {1, {}, false, ""}};
-  for (const auto& c : strings) {
-    SCOPED_TRACE(c.type);
-    std::string out = "stale";
-    EXPECT_EQ(record_data_string(answer(c.type, c.rdata), out), c.result);
-    EXPECT_EQ(out, c.text);
-  }
-  std::ostringstream soa;
-  write_soa({"ns", "mbox", 1, 2, 3, 4, 0xffffffff}, soa, "|", true);
-  EXPECT_EQ(soa.str(), "   name server |   admin mailbox |serial#|refresh|retry|expire|minimum\n\n"
-                       "ns|mbox|0x00000001|0x00000002|0x00000003|0x00000004|0xffffffff");
 }
 
 struct reply_records {
