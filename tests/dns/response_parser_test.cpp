@@ -163,42 +163,4 @@ TEST(parse_response, question_cut_short_reads_zeros) {
   EXPECT_EQ(p.q[0].class_, 0);
 }
 
-// Positions are 16-bit. In a 65,535-byte reply a record at 65,531 has its TTL at 65,536 = 0 and
-// its RDLENGTH at 4 (QDCOUNT), so its data starts at 6 and parsing resumes there.
-TEST(parse_response, positions_wrap_at_64k) {
-  const std::uint16_t first_rdlength = 65531 - 23;
-  bytes msg = header(0x81, 0, 2, 0, 0) + bytes{0, 0x00, 0x10, 0x00, 0x01, 0, 0, 0, 0,  // root TXT IN, TTL 0
-                                               std::uint8_t(first_rdlength >> 8), std::uint8_t(first_rdlength)};
-  msg.resize(65535, 0);
-  msg[65533] = 0x01;  // second record: root owner at 65531, type 1,
-  msg[65534] = 0x01;  // class from 65534 and the zero one past the end
-  const parsed p = parse(msg);
-  EXPECT_EQ(p.result, 6u);
-  ASSERT_EQ(p.an.size(), 2u);
-  EXPECT_EQ(p.an[0].rdlength, first_rdlength);
-  EXPECT_EQ(p.an[1].type, 1);
-  EXPECT_EQ(p.an[1].class_, 0x0100);
-  EXPECT_EQ(p.an[1].ttl, 0x2a008180u);  // the ID and flag bytes
-  EXPECT_EQ(p.an[1].rdlength, 0);
-  EXPECT_EQ(p.an[1].rdata_offset, 6u);
-}
-
-TEST(decode_soa, bounds_and_reset) {
-  const bytes numbers = {0x78, 0xa1, 0xb2, 0xc3, 0, 0, 0x0e, 0x10, 0, 0, 0x03, 0x84, 0, 0x09, 0x3a, 0x80, 0, 0, 0x0e, 0x10};
-  const bytes names = {2, 'n', 's', 0, 0xc0, 12};  // "ns." and a pointer back to it
-  const SOA_RDATA full{"ns.", "ns.", 0x78a1b2c3, 3600, 900, 604800, 3600};
-  const std::tuple<const char*, bytes, bool, SOA_RDATA> rows[] = {
-      {"numbers end at the length", names + numbers, true, full},
-      {"numbers one byte short", names + bytes(numbers.begin(), numbers.end() - 1), false, {}},
-      {"bad first name", bytes{0xc0, 12} + numbers, false, {}},
-      {"bad second name", bytes{2, 'n', 's', 0, 0xc0, 18} + numbers, false, {}},
-  };
-  for (const auto& [label, body, ok, expected] : rows) {
-    SCOPED_TRACE(label);
-    SOA_RDATA out{"stale", "stale", 1, 2, 3, 4, 5};
-    EXPECT_EQ(decode_soa(header(0x81, 0, 0, 0, 0) + body, 12, out), ok);
-    EXPECT_EQ(out, expected);
-  }
-}
-
 }  // namespace

