@@ -17,6 +17,8 @@
 
 namespace fs = std::filesystem;
 
+namespace {
+
 std::string nsd_path() {
   for (const char* p : {"/usr/sbin/nsd", "/usr/local/sbin/nsd"})
     if (::access(p, X_OK) == 0) return p;
@@ -34,6 +36,8 @@ std::string loopback_port53_unavailable(const std::string& address) {
   ::close(fd);
   return ok ? "" : "cannot bind UDP port 53 on " + address + " (needs root and a 127/8 loopback)";
 }
+
+}  // namespace
 
 nsd_server::nsd_server(std::string address, std::vector<zone_file> zones)
     : m_address(std::move(address)), m_zones(std::move(zones)) {}

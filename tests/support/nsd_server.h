@@ -32,10 +32,3 @@ class nsd_server {
   std::string m_dir;
   pid_t m_pid = -1;
 };
-
-// Where nsd lives, or empty when it is not installed.
-std::string nsd_path();
-
-// The reason a test that binds port 53 on a 127.0.0.x address must skip, or empty when it can
-// run (root on a system whose loopback answers the whole 127/8 range).
-std::string loopback_port53_unavailable(const std::string& address);
