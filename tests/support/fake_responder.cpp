@@ -41,12 +41,6 @@ void append_record(bytes& out, const record& r) {
   append(out, r.rdata);
 }
 
-bytes concat(std::initializer_list<std::span<const std::uint8_t>> parts) {
-  bytes out;
-  for (auto part : parts) append(out, part);
-  return out;
-}
-
 }  // namespace
 
 bytes wire_name(std::string_view dotted) {
@@ -90,30 +84,10 @@ record a_record(std::array<std::uint8_t, 4> address, std::uint32_t ttl) {
 }
 
 record soa_record(std::string_view mname, std::string_view rname, std::uint32_t serial) {
-  bytes data = concat({wire_name(mname), wire_name(rname)});
+  bytes data = wire_name(mname);
+  append(data, wire_name(rname));
   for (std::uint32_t v : {serial, 7200u, 3600u, 1209600u, 300u}) put32(data, v);
   return {wire_name("example.test"), 6, 1, 3600, data};
-}
-
-std::vector<record> every_type_records() {
-  const std::uint8_t ns1[] = {3, 'n', 's', '1'};
-  const std::uint8_t mx_head[] = {0x00, 0x0A, 4, 'm', 'a', 'i', 'l'};
-  const std::uint8_t txt[] = {5, 'h', 'e', 'l', 'l', 'o', 3, 'b', 'y', 'e'};
-  const std::uint8_t aaaa[] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x01};
-  const std::uint8_t srv[] = {0, 1, 0, 2, 0x14, 0x95, 0};
-  const std::uint8_t opaque[] = {0xde, 0xad, 0xbe, 0xef};
-  return {
-      a_record({192, 0, 2, 7}),
-      {{}, 2, 1, 300, concat({ns1, k_pointer_to_question})},
-      {{}, 5, 1, 300, wire_name("alias.example.test")},
-      soa_record("ns1.example.test", "hostmaster.example.test", 2024010101),
-      {{}, 12, 1, 300, wire_name("host.example.test")},
-      {{}, 15, 1, 300, concat({mx_head, k_pointer_to_question})},
-      {{}, 16, 1, 300, bytes(std::begin(txt), std::end(txt))},
-      {{}, 28, 1, 300, bytes(std::begin(aaaa), std::end(aaaa))},
-      {{}, 33, 1, 300, bytes(std::begin(srv), std::end(srv))},
-      {{}, 65280, 1, 300, bytes(std::begin(opaque), std::end(opaque))},
-  };
 }
 
 action silent() { return {}; }
@@ -146,14 +120,6 @@ action raw_bytes(bytes raw) {
 action empty_datagram() { return raw_bytes({}); }
 
 action question_only() { return reply({}); }
-
-action every_type() {
-  reply_body body;
-  body.answers = every_type_records();
-  body.authority.push_back({wire_name("example.test"), 2, 1, 3600, wire_name("ns1.example.test")});
-  body.additional.push_back({wire_name("ns1.example.test"), 1, 1, 3600, {192, 0, 2, 53}});
-  return reply(std::move(body));
-}
 
 action no_such_name() {
   reply_body body;

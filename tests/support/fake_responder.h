@@ -53,9 +53,6 @@ std::size_t question_end(std::span<const std::uint8_t> query);
 
 record a_record(std::array<std::uint8_t, 4> address, std::uint32_t ttl = 300);
 record soa_record(std::string_view mname, std::string_view rname, std::uint32_t serial);
-// One record of each type the renderers know (A, NS, CNAME, SOA, PTR, MX, TXT, AAAA) and two
-// they do not (SRV and a private-use code), names inside the data compressed where legal.
-std::vector<record> every_type_records();
 
 struct action {
   enum class kind { silent, reply, raw };
@@ -73,7 +70,6 @@ action answer_a(std::array<std::uint8_t, 4> address = {192, 0, 2, 1});
 action empty_datagram();
 action raw_bytes(bytes raw);
 action question_only();
-action every_type();
 action no_such_name();  // NXDOMAIN: the question and an SOA in the authority section
 // Modifiers: the ID bytes inverted, the reply held back, the reply sent from another socket.
 action foreign_id(action a = answer_a());
