@@ -17,41 +17,47 @@
 namespace {
 
 // Values go in exactly as they stand; a reader of these logs gets the bytes the server sent.
-void write_element(std::string& out, std::string_view tag, std::string_view text) {
+void open_element(std::string& out, std::string_view tag) {
   out += '<';
   out += tag;
   out += '>';
-  out += text;
+}
+
+void close_element(std::string& out, std::string_view tag) {
   out += "</";
   out += tag;
   out += '>';
+}
+
+void write_element(std::string& out, std::string_view tag, std::string_view text) {
+  open_element(out, tag);
+  out += text;
+  close_element(out, tag);
 }
 
 void write_element(std::string& out, std::string_view tag, std::uint64_t value,
                    const field_format& format = k_plain) {
-  out += '<';
-  out += tag;
-  out += '>';
+  open_element(out, tag);
   append_field(out, value, format);
-  out += "</";
-  out += tag;
-  out += '>';
+  close_element(out, tag);
 }
 
 // Each attribute brings its own leading blank, after the blank of "<translated_data ".
-void write_attribute(std::string& out, std::string_view name, std::string_view value) {
+void open_attribute(std::string& out, std::string_view name) {
   out += ' ';
   out += name;
   out += "=\"";
+}
+
+void write_attribute(std::string& out, std::string_view name, std::string_view value) {
+  open_attribute(out, name);
   out += value;
   out += '"';
 }
 
 void write_attribute(std::string& out, std::string_view name, std::uint64_t value,
                      const field_format& format = k_plain) {
-  out += ' ';
-  out += name;
-  out += "=\"";
+  open_attribute(out, name);
   append_field(out, value, format);
   out += '"';
 }
@@ -78,7 +84,7 @@ bool write_translated_attributes(std::string& out, const DNS_RES_RECORD& record)
   switch (record.type) {
     case k_type_a:
       if (record.rdlength == 4 && record.rdata.size() == 4) {
-        out += " ipv4_addr=\"";
+        open_attribute(out, "ipv4_addr");
         for (std::size_t i = 0; i < 4; ++i) {
           if (i != 0) out += '.';
           append_field(out, record.rdata[i]);
@@ -142,9 +148,9 @@ void write_xml_entry(const DNS_RES_RECORD& record, std::ostream& out, const inpu
   write_element(entry, "dns_class", record.class_);
   write_element(entry, "ttl_secs", record.ttl);
   write_element(entry, "data_length", record.rdlength);
-  entry += "<raw_data_hex>";
+  open_element(entry, "raw_data_hex");
   write_hex_bytes(row.stream(), record.rdata);
-  entry += "</raw_data_hex>";
+  close_element(entry, "raw_data_hex");
   entry += "<translated_data ";
   if (write_translated_attributes(entry, record)) entry += '>';
   entry += "</translated_data>";
