@@ -8,6 +8,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 namespace {
 
@@ -46,7 +49,23 @@ void close_fd(int& fd) {
 }
 
 // Feeds standard input and drains both outputs until the child closes them or time runs out.
-bool pump(child_pipes& p, const std::string& input, process_result& r, clock_type::time_point deadline,
+// The child's high-water resident set and its open descriptors now, where /proc exists.
+// Until the exec the child is a copy of this process, whose figures mean nothing here.
+void sample(pid_t pid, process_result& r) {
+  const std::string proc = "/proc/" + std::to_string(pid);
+  std::error_code error;
+  if (std::filesystem::read_symlink(proc + "/exe", error) == std::filesystem::read_symlink("/proc/self/exe", error))
+    return;
+  std::ifstream status(proc + "/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.starts_with("VmHWM:")) r.peak_rss_kb = std::max(r.peak_rss_kb, std::atol(line.c_str() + 6));
+  std::size_t count = 0;
+  for (std::filesystem::directory_iterator it(proc + "/fd", error), end; !error && it != end; it.increment(error))
+    ++count;
+  r.peak_descriptors = std::max(r.peak_descriptors, count);
+}
+
+bool pump(pid_t pid, child_pipes& p, const std::string& input, process_result& r, clock_type::time_point deadline,
           int keep_lines) {
   std::size_t written = 0;
   if (p.in[1] >= 0 && input.empty()) close_fd(p.in[1]);
@@ -55,6 +74,7 @@ bool pump(child_pipes& p, const std::string& input, process_result& r, clock_typ
     if (left.count() <= 0) return false;
     pollfd fds[3] = {{p.out[0], POLLIN, 0}, {p.err[0], POLLIN, 0}, {p.in[1], POLLOUT, 0}};
     if (::poll(fds, 3, static_cast<int>(left.count())) < 0 && errno != EINTR) return false;
+    sample(pid, r);
     char buf[65536];
     for (int i = 0; i < 2; ++i) {
       if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
@@ -70,7 +90,8 @@ bool pump(child_pipes& p, const std::string& input, process_result& r, clock_typ
     if (fds[2].fd >= 0 && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
       const ssize_t n = ::write(p.in[1], input.data() + written, input.size() - written);
       if (n > 0) written += static_cast<std::size_t>(n);
-      if (n < 0 || written == input.size()) close_fd(p.in[1]);
+      const bool full = n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+      if ((n < 0 && !full) || written == input.size()) close_fd(p.in[1]);
     }
   }
   return true;
@@ -90,6 +111,9 @@ process_result run_process(const std::vector<std::string>& argv, const process_o
   ::signal(SIGPIPE, SIG_IGN);
   if (::pipe(p.in) != 0 || ::pipe(p.out) != 0 || ::pipe(p.err) != 0) return r;
   for (int fd : {p.in[1], p.out[0], p.err[0]}) ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+  // A blocking write of a large input would wait for the child to read while the child waits
+  // for us to drain its output: feed standard input only as far as the pipe takes it.
+  ::fcntl(p.in[1], F_SETFL, O_NONBLOCK);
   if (options.stdout_lines == 0) close_fd(p.out[0]);
   const pid_t pid = ::fork();
   if (pid == 0) exec_child(argv, p, options);
@@ -97,7 +121,7 @@ process_result run_process(const std::vector<std::string>& argv, const process_o
   close_fd(p.out[1]);
   close_fd(p.err[1]);
   if (!stdin_text) close_fd(p.in[1]);
-  const bool finished = pid > 0 && pump(p, stdin_text.value_or(""), r, clock_type::now() + options.limit,
+  const bool finished = pid > 0 && pump(pid, p, stdin_text.value_or(""), r, clock_type::now() + options.limit,
                                            options.stdout_lines);
   for (int* fd : {&p.in[1], &p.out[0], &p.err[0]}) close_fd(*fd);
   if (pid <= 0) return r;
@@ -106,9 +130,7 @@ process_result run_process(const std::vector<std::string>& argv, const process_o
     r.timed_out = true;
   }
   int wstatus = 0;
-  rusage usage{};
-  ::wait4(pid, &wstatus, 0, &usage);
-  r.max_rss_kb = usage.ru_maxrss;
+  ::waitpid(pid, &wstatus, 0);
   if (!r.timed_out && WIFEXITED(wstatus)) r.status = WEXITSTATUS(wstatus);
   return r;
 }

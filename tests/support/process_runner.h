@@ -15,7 +15,10 @@ struct process_result {
   std::string err;
   int status = -1;        // exit status, or -1 when killed or not started
   bool timed_out = false;
-  long max_rss_kb = 0;    // the child's peak resident set (wait4), for memory tests
+  // Sampled from /proc/<pid> while the child runs (Linux; 0 elsewhere). VmHWM, not wait4's
+  // ru_maxrss: that one also counts the forked copy of this test process before the exec.
+  long peak_rss_kb = 0;
+  std::size_t peak_descriptors = 0;
 };
 
 struct process_options {
