@@ -26,7 +26,7 @@ void byte_reader::append_to(std::string& out, std::size_t n) {
   // Every label of every name passes here: the in-range part goes in one append, not byte by byte.
   const std::size_t have = std::min(n, remaining());
   const auto first = bytes_.subspan(std::min(offset_, bytes_.size()), have);
-  out.append(first.begin(), first.end());
+  out.append(reinterpret_cast<const char*>(first.data()), first.size());
   if (have < n) {
     out.append(n - have, '\0');
     overran_ = true;
