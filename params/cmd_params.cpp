@@ -62,7 +62,7 @@ void cmd_params::set_separator(std::string text) {
     query_char_to = ' ';
   } else if (const std::string lowered = to_lower_ascii(separator);
              lowered == "tab" || lowered == "\\t") {
-    separator = "\t";  // a real tab is awkward to type on a command line
+    separator.assign(1, '\t');  // a real tab is awkward to type on a command line
   }
 }
 
