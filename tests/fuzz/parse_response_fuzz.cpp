@@ -1,6 +1,7 @@
 // Fuzz target: any bytes as a received reply. Parses them, then reads every record the way the
 // reports do: names at the data offset (NS, CNAME, PTR) or two bytes in (MX), SOA data, the
-// data column in both forms and the verbose dump. Everything stays in memory.
+// data column in both forms, the rows of all three reports and the verbose dump. Everything
+// stays in memory.
 #include <cstddef>
 #include <cstdint>
 #include <sstream>
@@ -8,8 +9,11 @@
 #include <vector>
 
 #include "dns/response_parser.h"
+#include "params/input_params.h"
 #include "report/hex_view.h"
 #include "report/record_data.h"
+#include "report/table_writer.h"
+#include "report/xml_writer.h"
 
 namespace {
 
@@ -37,6 +41,34 @@ void read_like_the_renderers(const DNS_RES_RECORD& record, std::ostream& sink) {
   sink << text;
 }
 
+// The report settings as the command line makes them: text, CSV without blanks, XML.
+input_params& report_config(const char* format) {
+  static input_params configs[3];
+  static const bool parsed = [] {
+    const char* const formats[] = {"", "-no_whitespace", "-xml"};
+    for (int i = 0; i < 3; ++i) {
+      arg_list args = {"zib", "-url", "x", "-server", "127.0.0.1"};
+      if (*formats[i] != 0) args.emplace_back(formats[i]);
+      std::ostringstream header;
+      bool help = false;
+      configs[i].parse(args, header, help);
+    }
+    return true;
+  }();
+  (void)parsed;
+  return configs[std::string_view(format) == "text" ? 0 : std::string_view(format) == "csv" ? 1 : 2];
+}
+
+void write_rows(DNS_RES_RECORD record, std::ostream& sink) {
+  for (const char* format : {"text", "csv"}) {
+    input_params& config = report_config(format);
+    config.heading_pending = 1;
+    DNS_RES_RECORD row = record;  // the writer substitutes characters in the name in place
+    write_table_row(row, sink, "answer", "success", config);
+  }
+  write_xml_entry(record, sink, report_config("xml"), "success");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -51,7 +83,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::ostringstream sink;
   for (const auto* list : {&transaction.questions, &transaction.answers, &transaction.authority,
                            &transaction.additional}) {
-    for (const auto& record : *list) read_like_the_renderers(record, sink);
+    for (const auto& record : *list) {
+      read_like_the_renderers(record, sink);
+      write_rows(record, sink);
+    }
   }
   if (end != 0) {
     transaction.received = message;
