@@ -48,7 +48,7 @@ TEST(output_failure, a_report_that_cannot_be_written_ends_the_run_with_255) {
        names(3), -1, full},
       // Nothing is written per query with -retry -1, but the header line already meets the pipe.
       {"reader gone before the header", {"-url_pipe", "-server", k_nowhere, "-retry", "-1"}, names(3), 0, pipe},
-      {"reader gone before the first row", {"-url", "a.test", "-server", k_nowhere, "-timeout", "0"}, "", 0, pipe},
+      {"single name, reader gone at once", {"-url", "a.test", "-server", k_nowhere, "-timeout", "0"}, "", 0, pipe},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
