@@ -2,6 +2,7 @@
 // reports do: names at the data offset (NS, CNAME, PTR) or two bytes in (MX), SOA data, the
 // data column in both forms, the rows of all three reports and the verbose dump. Everything
 // stays in memory.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <sstream>
@@ -89,6 +90,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
   }
   if (end != 0) {
+    // The dump shows what was sent first; the reply's own head stands in for the query.
+    transaction.sent.assign(message.begin(), message.begin() + static_cast<long>(std::min<std::size_t>(size, 29)));
+    transaction.sent_length = static_cast<std::uint32_t>(transaction.sent.size());
     transaction.received = message;
     transaction.received_length = static_cast<std::uint32_t>(message.size());
     dump_attempt(sink, transaction);
