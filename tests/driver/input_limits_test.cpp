@@ -10,18 +10,8 @@
 #include <vector>
 
 #include "support/process_runner.h"
+#include "support/sanitizer.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool k_address_sanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool k_address_sanitizer = true;
-#else
-constexpr bool k_address_sanitizer = false;
-#endif
-#else
-constexpr bool k_address_sanitizer = false;
-#endif
 
 namespace {
 

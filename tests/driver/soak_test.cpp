@@ -13,18 +13,8 @@
 
 #include "support/fake_responder.h"
 #include "support/process_runner.h"
+#include "support/sanitizer.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool k_address_sanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool k_address_sanitizer = true;
-#else
-constexpr bool k_address_sanitizer = false;
-#endif
-#else
-constexpr bool k_address_sanitizer = false;
-#endif
 
 // About 12 s: ten silences cost a second each, the rest well under 0.3 ms per name, also under
 // the sanitizers.

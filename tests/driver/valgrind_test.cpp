@@ -13,18 +13,8 @@
 
 #include "support/fake_responder.h"
 #include "support/process_runner.h"
+#include "support/sanitizer.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool k_sanitizer_build = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool k_sanitizer_build = true;
-#else
-constexpr bool k_sanitizer_build = false;
-#endif
-#else
-constexpr bool k_sanitizer_build = false;
-#endif
 
 namespace {
 
@@ -64,7 +54,7 @@ fake::action rich_reply() {
 }
 
 TEST(valgrind, no_errors_and_no_leaks_end_to_end) {
-  if (k_sanitizer_build) GTEST_SKIP() << "valgrind and AddressSanitizer do not mix";
+  if (k_address_sanitizer) GTEST_SKIP() << "valgrind and AddressSanitizer do not mix";
   const auto valgrind = find_on_path("valgrind");
   if (!valgrind) GTEST_SKIP() << "valgrind is not installed";
   FAKE_RESPONDER_OR_SKIP(answers, "127.0.0.220", {}, rich_reply(), 300s);
