@@ -75,8 +75,9 @@ TEST(output_failure, reader_leaving_early_stops_the_queries) {
   const auto cut = run_zib({"-url_pipe", "-server", "127.0.0.201", "-timeout", "0"}, options);
   EXPECT_EQ(cut.status, 255);
   EXPECT_EQ(cut.err, k_erase + "prob writing results: Broken pipe\n");
+  // The responder reads on its own thread, possibly after zib has already gone.
+  EXPECT_TRUE(server.wait_for_received(1));
   const auto asked = server.received().size();
-  EXPECT_GT(asked, 0u);
   EXPECT_LT(asked, 2000u) << "the queries went on after the output failed";
 
   // The same run read to the end writes every row and exits 0.
