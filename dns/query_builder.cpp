@@ -79,6 +79,7 @@ std::optional<std::vector<std::uint8_t>> encode_reverse_name(std::string_view te
   // The address is not checked: any dotted text is reversed as it stands, so "host.example"
   // becomes example.host.in-addr.arpa and an IPv6 text stays one label.
   std::vector<std::string_view> labels = split_labels(text);
+  if (labels.empty()) return std::nullopt;  // only dots: there is no address to reverse
   std::vector<std::string_view> reversed(labels.rbegin(), labels.rend());
   reversed.push_back("in-addr");
   reversed.push_back("arpa");

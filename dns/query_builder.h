@@ -17,7 +17,7 @@ bool build_query(DNS_RES_RECORD& record, std::string text, std::uint16_t type);
 std::optional<std::vector<std::uint8_t>> encode_name(std::string_view text);
 
 // Wire form of the in-addr.arpa name for an address text, parts reversed as they stand; nullopt
-// for an empty text or a part over 255 bytes (a text of only dots gives in-addr.arpa itself).
+// for an empty text, a text of only dots, or a part over 255 bytes.
 std::optional<std::vector<std::uint8_t>> encode_reverse_name(std::string_view text);
 
 // `count` decimal digits (at least one), the first never '0'.

@@ -15,9 +15,6 @@
 
 namespace {
 
-// DNS over UDP always goes to the standard port; there is no option to change it.
-constexpr std::uint16_t k_dns_port = 53;
-
 // The largest datagram UDP can carry, so no reply is ever cut short by the read.
 constexpr std::size_t k_receive_capacity = 65536;
 
@@ -52,7 +49,7 @@ int run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RE
   if (config.retry < 0) return 1;
   for (std::int32_t attempt = 0;; ++attempt) {
     transaction.clear();
-    const bool answered = exchange(transaction, query, &config.server, config.timeout);
+    const bool answered = exchange(transaction, query, &config.server, config.timeout, config.port);
     report_outcome(out, transaction, query, config);
     config.heading_pending = 0;
     if (config.verbose && !config.xml) dump_attempt(out, transaction);
@@ -64,7 +61,7 @@ int run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RE
 }
 
 bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const std::string* server,
-              std::int32_t timeout_seconds) {
+              std::int32_t timeout_seconds, std::uint16_t port) {
   transaction.clear();
   if (server == nullptr || query.packet.empty()) return false;
   const std::uint16_t query_id = raw_id(query.packet);
@@ -80,7 +77,7 @@ bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const 
   // resolution is attempted, and an unusable text simply fails or times out.
   const std::uint32_t address = ::inet_addr(server->c_str());
   transaction.sent = query.packet;
-  if (!link.send_to(transaction.sent.data(), transaction.sent.size(), address, k_dns_port)) {
+  if (!link.send_to(transaction.sent.data(), transaction.sent.size(), address, port)) {
     transaction.sent_length = 0;
     return false;
   }

@@ -21,7 +21,7 @@ int run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RE
 
 // One attempt on the wire. True when a reply arrived, parsed, and carries the query's ID.
 bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const std::string* server,
-              std::int32_t timeout_seconds);
+              std::int32_t timeout_seconds, std::uint16_t port = 53);
 
 // The rows of one attempt. Returns 1.
 int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,

@@ -33,6 +33,20 @@ void take_number(arg_list& args, std::string_view name, std::int32_t& field) {
   if (const auto value = take_value(args, name)) read_number(*value, field);
 }
 
+// Unlike the other numbers, a port that cannot be read or lies outside 1..65535 stops the run:
+// quietly asking port 53 instead would send the user's questions somewhere they did not mean.
+bool take_port(arg_list& args, std::uint16_t& port) {
+  const auto value = take_value(args, "-port");
+  if (!value) return true;
+  std::int32_t number = 0;
+  if (!read_number(*value, number) || number < 1 || number > 65535) {
+    std::cerr << "invalid port: " << *value << '\n';
+    return false;
+  }
+  port = static_cast<std::uint16_t>(number);
+  return true;
+}
+
 }  // namespace
 
 input_params::input_params() {
@@ -80,5 +94,5 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
   take_number(args, "-timeout", timeout);
   take_number(args, "-retry", retry);
   take_number(args, "-delay", delay);
-  return 1;
+  return take_port(args, port) ? 1 : 0;
 }

@@ -52,7 +52,7 @@ constexpr std::size_t k_rule_width = 77;
 // that want to print it elsewhere.
 void print_usage(std::ostream& out, std::string_view /*program_path*/, std::string_view tool_id) {
   out << k_tool_name << ' ' << k_tool_version << " - DNS lookups over UDP, one question per name\n"
-      << "reports answers as aligned text, delimited values or XML\n"
+      << "reports as text, CSV or XML; options not listed here (-port): man zib\n"
       << std::string(k_rule_width, '-') << "\n\n"
       << tool_id << "\n\n"
       << k_usage_body;

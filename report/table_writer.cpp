@@ -45,7 +45,9 @@ void write_heading(std::ostream& out, const input_params& config, const column_w
                   {"time-UTC", w.time}, {"type", w.type},       {"tname", w.type_name},
                   {"class", w.klass},   {"ttl", w.ttl},         {"size", w.size}};
   for (const auto& heading : headings) {
-    if (heading.text == "time-UTC" && blank_before_time(config)) write_field(out, " ");
+    // The delimited heading never has the blank: it names the columns, and a reader splits it
+    // like any row, so " time-UTC" would be a different column name.
+    if (heading.text == "time-UTC" && !csv_mode(config)) write_field(out, " ");
     write_field(out, heading.text, left_in(heading.width));
     write_field(out, sep);
   }
