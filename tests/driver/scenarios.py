@@ -1,0 +1,158 @@
+#!/usr/bin/env python3
+"""zib as a user runs it, against a scripted responder: one table of scenarios, each a command
+line (with "@" for "-server 127.0.0.1 -port P"), the responder's script and the standard input.
+A group's masked outputs are compared with expected/GROUP.expected byte for byte.
+
+    scenarios.py ZIB GROUP [--update] [--wrap "valgrind ..."]"""
+import os, shlex, sys
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from zibtest import (Responder, act, a_reply, capture, foreign, golden, mask, name, raw, reply,
+                     rr, run_zib)
+
+WWW, NX, MX, NS = capture("nsd-a-www"), capture("nsd-a-nxdomain"), capture("nsd-mx-several"), capture("nsd-ns-apex")
+QUESTION_ONLY = reply()
+ODD_DATA = reply(an=[rr(1, bytes([1, 2, 3, 4, 5, 6])), rr(2, b"\xc0\xff"), rr(15, b"\x00\x0a\xc0\xff"),
+                     rr(6, b"\x03ns1\xc0\x0c\xc0\x0c\x00\x00\x00\x01"), rr(16, b"\x04a\r\nb"),
+                     rr(28, bytes(16)), rr(28, b"\x00\xff\x12"), rr(13, b"\x01x"), rr(65, b"\x00\xab\xff"),
+                     rr(15, b""), rr(6, name("ns1.example.test") + b"\xc0\x0c" + bytes(range(20)), ttl=2**32 - 1),
+                     rr(15, b"\x03\xe7\xc0\x0c"), rr(28, bytes.fromhex("20010db8000000000000000000000010"))])
+SHORT = raw(bytes.fromhex("2a0081800001"))
+NOT_A_RESPONSE = raw(bytes.fromhex("2a0001000001000000000000"))
+TXT_AMP = reply(an=[rr(16, b"\x09a,b|c&<d>")])
+names = "\n".join
+
+# (title, arguments, responder script, standard input); every group is one ctest test.
+GROUPS = {
+    "command_line": [
+        ("no arguments: the usage", "", None, ""),
+        ("a help switch wins over a lookup", "-url a.test /? @", None, ""),
+        ("no server: header, message, 255", "-url x -csv_separator ' ; '", None, ""),
+        ("no lookup asked", "@", None, ""),
+        ("two lookups", "-ns a.test -cname b.test @", None, ""),
+        ("results file that cannot be opened", "-url a.test @ -xml -out /nonexistent/dir/x", None, ""),
+        ("name of dots: logdata stays open", "-url ... @ -xml", None, ""),
+        ("reverse name of dots", "-ip .. @", None, ""),
+        ("port out of range", "-url a.test -server 127.0.0.1 -port 70000", None, ""),
+        ("port zero", "-url a.test -server 127.0.0.1 -port 0", None, ""),
+        ("port not a number", "-url a.test -server 127.0.0.1 -port http", None, ""),
+        ("port in hexadecimal", "-url a.test -server 127.0.0.1 -port 0x35 -retry -1", None, ""),
+        ("negative retry: nothing sent", "-url a.test @ -retry -1", None, ""),
+        ("refused date pattern", "-url a.test @ -dateformat yy/q -retry -1", None, ""),
+        ("switch given last without its value", "-url a.test @ -retry -1 -timeout", None, ""),
+        ("no standard input at all", "-url_pipe @", None, None),
+        ("empty input in XML", "-url_pipe @ -xml", None, ""),
+    ],
+    "lookups": [
+        ("A in text", "-url www.example.test @", [WWW], ""),
+        ("A in CSV", "-url www.example.test @ -csv", [WWW], ""),
+        ("A in XML", "-url www.example.test @ -xml", [WWW], ""),
+        ("A, verbose", "-url www.example.test @ -verbose", [WWW], ""),
+        ("CNAME chain", "-url alias.example.test @", [capture("nsd-a-chain")], ""),
+        ("NXDOMAIN", "-url nope.example.test @ -xml", [NX], ""),
+        ("referral", "-url host.sub.example.test @ -csv", [capture("nsd-a-referral")], ""),
+        ("AAAA answer", "-url www.example.test @ -xml", [capture("nsd-aaaa-www")], ""),
+        ("PTR", "-ip 192.0.2.10 @", [capture("nsd-ptr-reverse")], ""),
+        ("PTR in XML", "-ip 192.0.2.10 @ -xml", [capture("nsd-ptr-reverse")], ""),
+        ("MX", "-mx example.test @", [MX], ""),
+        ("MX in XML", "-mx example.test @ -xml", [MX], ""),
+        ("NS in CSV", "-ns example.test @ -csv", [NS], ""),
+        ("CNAME", "-cname alias.example.test @ -xml", [capture("nsd-cname-alias")], ""),
+        ("CNAME without an alias writes nothing", "-cname www.example.test @", [QUESTION_ONLY], ""),
+        ("TXT", "-txt example.test @", [capture("nsd-txt-strings")], ""),
+        ("SOA", "-url example.test @", [capture("nsd-soa-apex")], ""),
+        ("SOA in CSV", "-url example.test @ -csv", [capture("nsd-soa-apex")], ""),
+        ("SOA in XML", "-url example.test @ -xml", [capture("nsd-soa-apex")], ""),
+        ("odd record data", "-url example.test @", [ODD_DATA], ""),
+        ("odd record data in CSV", "-url example.test @ -no_whitespace", [ODD_DATA], ""),
+        ("odd record data in XML", "-url example.test @ -xml", [ODD_DATA], ""),
+        ("two piped kinds: the later in the table wins", "-ip_pipe -url_pipe @ -timeout 0", [], "a.test\n"),
+        ("piped A", "-url_pipe @", [WWW, NX], "www.example.test\nnope.example.test\n"),
+        ("piped PTR", "-ip_pipe @", [capture("nsd-ptr-reverse")], "192.0.2.10\n"),
+        ("piped MX", "-mx_pipe @ -csv", [MX], "example.test\n"),
+        ("piped NS", "-ns_pipe @", [NS], "example.test\n"),
+        ("piped CNAME", "-cname_pipe @", [capture("nsd-cname-alias")], "alias.example.test\n"),
+        ("piped TXT", "-txt_pipe @ -xml", [TXT_AMP], "example.test\n"),
+    ],
+    "transport": [
+        ("silent server, two retries", "-url a.test @ -retry 2 -timeout 0", [], ""),
+        ("silent server, verbose", "-url a.test @ -timeout 0 -verbose", [], ""),
+        ("foreign ID reported, then retried", "-url a.test @ -retry 1 -verbose", [foreign(WWW)], ""),
+        ("foreign ID every time", "-url a.test @ -retry 1 -csv", [foreign(WWW), foreign(WWW)], ""),
+        ("reply from another port is taken", "-url a.test @", [act(a_reply("192.0.2.7"), elsewhere=True)], ""),
+        ("late reply is lost with its socket", "-url a.test @ -retry 1",
+         [act(a_reply("192.0.2.1"), delay=1.5), a_reply("192.0.2.2")], ""),
+        ("empty datagram", "-url a.test @", [raw(b"")], ""),
+        ("not a response, verbose", "-url a.test @ -verbose", [NOT_A_RESPONSE], ""),
+        ("header cut short", "-url a.test @", [SHORT], ""),
+        ("question only", "-url a.test @ -xml", [QUESTION_ONLY], ""),
+        ("pointer to itself", "-url a.test @", [raw(bytes.fromhex("2a00818000010000000000000c00010001"))], ""),
+        ("record data past the end", "-url a.test @", [raw(bytes.fromhex(
+            "2a00818000010001000000000161000001000" "1c00c000100010000012c0010c000"))], ""),
+        ("no descriptor to spare", "-url a.test @ -retry 1 -out /dev/stdout", None, ""),
+    ],
+    "report": [
+        ("separator and substitution", "-url 'a|b.test' @ -timeout 0", [], ""),
+        ("CSV substitution", "-url 'a,b|c.test' @ -timeout 0 -csv", [], ""),
+        ("pipe separator", "-url 'a|b.test' @ -timeout 0 -csv_separator '|'", [], ""),
+        ("tab separator", "-url a.test @ -timeout 0 -csv -csv_separator tab", [], ""),
+        ("no whitespace", "-url a.test @ -timeout 0 -csv_separator ' ; ' -no_whitespace", [], ""),
+        ("quoted fields keep the query", "-url 'a,b.test' @ -timeout 0 -csv -enable_quoted_csv_fields", [], ""),
+        ("XML wins over CSV", "-url a.test @ -timeout 0 -csv -xml -verbose", [], ""),
+        ("date and time patterns", "-url a.test @ -timeout 0 -dateformat mm/dd/yyyy -timeformat hh:mm:ss", [], ""),
+        ("upper-case switches", "-URL a.test @ -TimeOut 0 -CSV", [], ""),
+        ("first of a repeated switch wins", "-url a.test @ -timeout 0 -timeout 9 -out /dev/stdout -out x", [], ""),
+    ],
+    # A plain run asks port 53; binding it needs root, so this group alone may be skipped.
+    "port_53": [("no -port: port 53", "-url www.example.test @53 -csv", [WWW], "")],
+    "piped": [
+        ("line ends, blanks and empty lines", "-url_pipe @ -timeout 0",
+         [], "a.test\r\n\n b.test\r\nc.test \n...\nlast.test"),
+        ("filter by suffix and prefix", "-url_pipe @ -timeout 0 -filter '*.keep' -filter 'ns*'",
+         [], names(["a.keep", "b.drop", "ns1.drop", "NS2.DROP", "x.KEEP"]) + "\n"),
+        ("filter list and colon", "-url_pipe @ -timeout 0 -filter 'a.test,*mid*' -filter 'x*:*z*'",
+         [], names(["a.test", "b.test", "amidb", "xyz", "xy", "dir/a.test"]) + "\n"),
+        ("delay between names", "-url_pipe @ -timeout 0 -delay 1", [], "a.test\nb.test\n"),
+        ("results file", "-url_pipe @ -xml -out /dev/stdout", [WWW], "www.example.test\n"),
+        ("heading once for a run", "-url_pipe @ -timeout 0 -retry 1", [], "a.test\nb.test\n"),
+    ],
+}
+
+
+def run_row(zib, row, wrap):
+    title, args, script, stdin = row
+    argv = shlex.split(args)
+    at = argv.index("@") if "@" in argv else argv.index("@53") if "@53" in argv else None
+    responder = Responder(script or (), port=53 if argv[at] == "@53" else 0) if at is not None else None
+    port = responder.port if responder else None
+    if responder:
+        argv[at:at + 1] = ["-server", "127.0.0.1"] + (["-port", str(port)] if argv[at] == "@" else [])
+    popen = {}
+    if title == "no descriptor to spare":  # the results file takes the last one: "sock err"
+        import resource
+        popen["preexec_fn"] = lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (4, 4))
+    status, out, err = run_zib(zib, argv, None if stdin is None else stdin.encode(), wrap=wrap, **popen)
+    if responder:
+        responder.close()
+    asked = responder.asked() if responder else []
+    block = "== %s\n$ zib %s\n%s-- stderr\n%s-- exit %d\n" % (
+        title, " ".join(shlex.quote(a) for a in argv), out.decode("utf-8", "backslashreplace"),
+        err.decode("utf-8", "backslashreplace"), status)
+    return mask(block, port) + "".join(line + "\n" for line in asked)
+
+
+def main():
+    zib, group = sys.argv[1], sys.argv[2]
+    try:
+        Responder(port=53 if group == "port_53" else 0).close()
+    except OSError as e:
+        print("skipped: cannot bind UDP port 53 on 127.0.0.1 (%s); it needs root" % e.strerror)
+        sys.exit(77)
+    update = "--update" in sys.argv
+    wrap = shlex.split(sys.argv[sys.argv.index("--wrap") + 1]) if "--wrap" in sys.argv else ()
+    actual = "".join(run_row(zib, row, wrap) for row in GROUPS[group])
+    expected = os.path.join(os.path.dirname(os.path.abspath(__file__)), "expected", group + ".expected")
+    sys.exit(0 if golden(expected, actual, update) else 1)
+
+
+if __name__ == "__main__":
+    main()
