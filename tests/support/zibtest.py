@@ -70,8 +70,9 @@ def as_act(x):
 class Responder:
     """Answers each datagram by the next step of its script, then by `otherwise`. Lives at
     most `lifetime` seconds, so a forgotten responder cannot hang a run."""
-    def __init__(self, script=(), otherwise=None, lifetime=120, port=0):
+    def __init__(self, script=(), otherwise=None, lifetime=120, port=0, cycle=()):
         self.script, self.otherwise = [as_act(s) for s in script], as_act(otherwise)
+        self.cycle = [as_act(s) for s in cycle]  # answers in turn once the script is done
         self.queries, self.lock = [], threading.Lock()
         self.sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 22)
@@ -87,7 +88,8 @@ class Responder:
                 continue
             query, sender = self.sock.recvfrom(65536)
             with self.lock:
-                step = self.script.pop(0) if self.script else self.otherwise
+                step = (self.script.pop(0) if self.script else
+                        self.cycle[len(self.queries) % len(self.cycle)] if self.cycle else self.otherwise)
                 self.queries.append(query)
             if step.make is not None:
                 threading.Timer(step.delay, self.send, (step, step.make(query), sender)).start()
@@ -126,6 +128,28 @@ class Responder:
         self.sock.close()
 
 
+def peak_memory(zib, args, stdin, limit=120, **popen):
+    """Runs zib with its report thrown away; returns (status, peak RSS in KiB), the peak
+    sampled from /proc while it runs (Linux)."""
+    with open(os.devnull, "wb") as sink:
+        p = subprocess.Popen(["zib"] + args, executable=zib, stdin=subprocess.PIPE, stdout=sink,
+                             stderr=subprocess.PIPE, **popen)
+        feeder = threading.Thread(target=lambda: (p.stdin.write(stdin), p.stdin.close()))
+        feeder.start()
+        peak, deadline = 0, time.monotonic() + limit
+        while p.poll() is None and time.monotonic() < deadline:
+            try:
+                with open("/proc/%d/status" % p.pid) as f:
+                    peak = max([peak] + [int(l.split()[1]) for l in f if l.startswith("VmHWM")])
+            except (OSError, ValueError):
+                pass
+            time.sleep(0.02)
+        if p.poll() is None:
+            p.kill()
+        feeder.join()
+        return p.wait(), peak
+
+
 # --- running zib ----------------------------------------------------------------------------
 def run_zib(zib, args, stdin=b"", timeout=120, wrap=(), **popen):
     """zib with `args`, started as plain "zib" so that run headers and XML read the same
@@ -133,10 +157,11 @@ def run_zib(zib, args, stdin=b"", timeout=120, wrap=(), **popen):
     argv = list(wrap) + ([zib] if wrap else ["zib"]) + list(args)
     if stdin is None:  # no standard input at all: descriptor 0 closed
         popen.setdefault("preexec_fn", lambda: os.close(0))
+    popen.setdefault("stdout", subprocess.PIPE)
     p = subprocess.run(argv, executable=None if wrap else zib, input=stdin,
                        stdin=subprocess.DEVNULL if stdin is None else None,
-                       capture_output=True, timeout=timeout, **popen)
-    return p.returncode, p.stdout, p.stderr
+                       stderr=subprocess.PIPE, timeout=timeout, **popen)
+    return p.returncode, p.stdout or b"", p.stderr
 
 
 ROW_ID = re.compile(r"((?:question|answer|authority|additions) *(\W{0,3}|\t)"
