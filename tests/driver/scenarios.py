@@ -1,12 +1,11 @@
 #!/usr/bin/env python3
-"""zib as a user runs it, against a scripted responder: one table of scenarios, each a command
-line (with "@" for "-server 127.0.0.1 -port P"), the responder's script and the standard input.
-A group's masked outputs are compared with expected/GROUP.expected byte for byte.
+"""zib as a user runs it against a scripted responder: a table of command lines ("@" stands for
+"-server 127.0.0.1 -port P"), scripts and inputs; outputs masked, compared with expected/GROUP.expected.
 
     scenarios.py ZIB GROUP [--update] [--wrap "valgrind ..."]"""
 import os, shlex, sys
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
-from zibtest import (Responder, act, a_reply, capture, foreign, golden, mask, name, peak_memory, raw, reply,
+from zibtest import (Responder, act, capture, foreign, golden, mask, name, peak_memory, raw, reply,
                      rr, run_zib)
 
 WWW, NX, MX, NS = capture("nsd-a-www"), capture("nsd-a-nxdomain"), capture("nsd-mx-several"), capture("nsd-ns-apex")
@@ -19,7 +18,6 @@ ODD_DATA = reply(an=[rr(1, bytes([1, 2, 3, 4, 5, 6])), rr(2, b"\xc0\xff"), rr(15
 SHORT = raw(bytes.fromhex("2a0081800001"))
 NOT_A_RESPONSE = raw(bytes.fromhex("2a0001000001000000000000"))
 TXT_AMP = reply(an=[rr(16, b"\x09a,b|c&<d>")])
-names = "\n".join
 
 # (title, arguments, responder script, standard input); every group is one ctest test.
 GROUPS = {
@@ -44,7 +42,6 @@ GROUPS = {
     ],
     "lookups": [
         ("A in text", "-url www.example.test @", [WWW], ""),
-        ("A in CSV", "-url www.example.test @ -csv", [WWW], ""),
         ("A in XML", "-url www.example.test @ -xml", [WWW], ""),
         ("A, verbose", "-url www.example.test @ -verbose", [WWW], ""),
         ("CNAME chain", "-url alias.example.test @", [capture("nsd-a-chain")], ""),
@@ -52,7 +49,6 @@ GROUPS = {
         ("referral", "-url host.sub.example.test @ -csv", [capture("nsd-a-referral")], ""),
         ("AAAA answer", "-url www.example.test @ -xml", [capture("nsd-aaaa-www")], ""),
         ("PTR", "-ip 192.0.2.10 @", [capture("nsd-ptr-reverse")], ""),
-        ("PTR in XML", "-ip 192.0.2.10 @ -xml", [capture("nsd-ptr-reverse")], ""),
         ("MX", "-mx example.test @", [MX], ""),
         ("MX in XML", "-mx example.test @ -xml", [MX], ""),
         ("NS in CSV", "-ns example.test @ -csv", [NS], ""),
@@ -78,16 +74,15 @@ GROUPS = {
         ("silent server, verbose", "-url a.test @ -timeout 0 -verbose", [], ""),
         ("foreign ID reported, then retried", "-url a.test @ -retry 1 -verbose", [foreign(WWW)], ""),
         ("foreign ID every time", "-url a.test @ -retry 1 -csv", [foreign(WWW), foreign(WWW)], ""),
-        ("reply from another port is taken", "-url a.test @", [act(a_reply("192.0.2.7"), elsewhere=True)], ""),
+        ("reply from another port is taken", "-url a.test @", [act(reply([rr(1, bytes([192, 0, 2, 7]))]), elsewhere=True)], ""),
         ("late reply is lost with its socket", "-url a.test @ -retry 1",
-         [act(a_reply("192.0.2.1"), delay=1.5), a_reply("192.0.2.2")], ""),
+         [act(reply([rr(1, bytes([192, 0, 2, 1]))]), delay=1.5), reply([rr(1, bytes([192, 0, 2, 2]))])], ""),
         ("empty datagram", "-url a.test @", [raw(b"")], ""),
         ("not a response, verbose", "-url a.test @ -verbose", [NOT_A_RESPONSE], ""),
         ("header cut short", "-url a.test @", [SHORT], ""),
         ("question only", "-url a.test @ -xml", [QUESTION_ONLY], ""),
         ("pointer to itself", "-url a.test @", [raw(bytes.fromhex("2a00818000010000000000000c00010001"))], ""),
-        ("record data past the end", "-url a.test @", [raw(bytes.fromhex(
-            "2a00818000010001000000000161000001000" "1c00c000100010000012c0010c000"))], ""),
+        ("record data past the end", "-url a.test @", [raw(bytes.fromhex("2a008180000100010000000001610000010001c00c000100010000012c0010c000"))], ""),
         ("no descriptor to spare", "-url a.test @ -retry 1 -out /dev/stdout", None, ""),
     ],
     "report": [
@@ -113,12 +108,9 @@ GROUPS = {
     # A plain run asks port 53; binding it needs root, so this group alone may be skipped.
     "port_53": [("no -port: port 53", "-url www.example.test @53 -csv", [WWW], "")],
     "piped": [
-        ("line ends, blanks and empty lines", "-url_pipe @ -timeout 0",
-         [], "a.test\r\n\n b.test\r\nc.test \n...\nlast.test"),
-        ("filter by suffix and prefix", "-url_pipe @ -timeout 0 -filter '*.keep' -filter 'ns*'",
-         [], names(["a.keep", "b.drop", "ns1.drop", "NS2.DROP", "x.KEEP"]) + "\n"),
-        ("filter list and colon", "-url_pipe @ -timeout 0 -filter 'a.test,*mid*' -filter 'x*:*z*'",
-         [], names(["a.test", "b.test", "amidb", "xyz", "xy", "dir/a.test"]) + "\n"),
+        ("line ends, blanks and empty lines", "-url_pipe @ -timeout 0", [], "a.test\r\n\n b.test\r\nc.test \n...\nlast.test"),
+        ("filter by suffix and prefix", "-url_pipe @ -timeout 0 -filter '*.keep' -filter 'ns*'", [], "a.keep\nb.drop\nns1.drop\nNS2.DROP\nx.KEEP\n"),
+        ("filter list and colon", "-url_pipe @ -timeout 0 -filter 'a.test,*mid*' -filter 'x*:*z*'", [], "a.test\nb.test\namidb\nxyz\nxy\ndir/a.test\n"),
         ("delay between names", "-url_pipe @ -timeout 0 -delay 1", [], "a.test\nb.test\n"),
         ("results file", "-url_pipe @ -xml -out /dev/stdout", [WWW], "www.example.test\n"),
         ("heading once for a run", "-url_pipe @ -timeout 0 -retry 1", [], "a.test\nb.test\n"),
@@ -145,13 +137,11 @@ def run_row(zib, row, wrap):
     status, out, err = run_zib(zib, argv, None if stdin is None else stdin.encode(), wrap=wrap, **popen)
     if "stdout" in popen:
         os.close(popen["stdout"])
-    if responder:
-        responder.close()
-    asked = responder.asked() if responder else []
+    asked = responder.close() if responder else ""
     block = "== %s\n$ zib %s\n%s-- stderr\n%s-- exit %d\n" % (
         title, " ".join(shlex.quote(a) for a in argv), out.decode("utf-8", "backslashreplace"),
         err.decode("utf-8", "backslashreplace"), status)
-    return mask(block.replace(zib, "zib"), port) + "".join(line + "\n" for line in asked)
+    return mask(block.replace(zib, "zib"), port) + asked
 
 
 def soak(zib, memory):
@@ -160,24 +150,18 @@ def soak(zib, memory):
     import collections, resource
     kinds = [WWW, NX, foreign(WWW), raw(b""), NOT_A_RESPONSE, SHORT, QUESTION_ONLY, ODD_DATA,
              raw(bytes(60000)), capture("nsd-a-chain")]
-    lines, peaks = [], []
+    lines, peaks = "", []
     for count in (1000, 10000):
         stdin = "".join("n%d.test\n" % i for i in range(count)).encode()
-        for run in ("rows", "memory") if memory else ("rows",):
-            responder = Responder(cycle=kinds)
-            argv = ["-url_pipe", "-server", "127.0.0.1", "-port", str(responder.port), "-csv"]
-            if run == "memory":
-                peaks.append(peak_memory(zib, argv, stdin)[1])
-            else:
-                limit = lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (16, 16))
-                status, out, err = run_zib(zib, argv, stdin, preexec_fn=limit)
-                words = collections.Counter(r.split(",")[2] for r in out.decode("latin-1").splitlines()[2:])
-                lines.append("%d names: exit %d, %s, stderr %r" % (count, status, dict(sorted(words.items())), err))
-            responder.close()
-    if memory:  # RSS is sampled from /proc; elsewhere both peaks read 0
-        flat = peaks[1] - peaks[0] < 512 and peaks[1] < 8192
-        lines.append("peak memory flat and under 8 MiB: %s" % (flat or peaks))
-    return "".join(line + "\n" for line in lines)
+        responder = Responder(cycle=kinds)
+        argv = ["-url_pipe", "-server", "127.0.0.1", "-port", str(responder.port), "-csv"]
+        limit = lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (16, 16))
+        status, out, err = run_zib(zib, argv, stdin, preexec_fn=limit)
+        words = collections.Counter(r.split(",")[2] for r in out.decode("latin-1").splitlines()[2:])
+        lines += "%d names: exit %d, %s, stderr %r\n" % (count, status, dict(sorted(words.items())), err)
+        peaks.append(peak_memory(zib, argv, stdin) if memory else 0)  # 0 where /proc is missing
+        responder.close()
+    return lines + "peak memory flat and under 8 MiB: %s\n" % (peaks[1] - peaks[0] < 512 and peaks[1] < 8192 or peaks)
 
 
 def main():
@@ -185,13 +169,11 @@ def main():
     try:
         Responder(port=53 if group == "port_53" else 0).close()
     except OSError as e:
-        print("skipped: cannot bind UDP port 53 on 127.0.0.1 (%s); it needs root" % e.strerror)
-        sys.exit(77)
+        sys.exit(print("skipped: cannot bind UDP port 53 on 127.0.0.1 (%s); it needs root" % e.strerror) or 77)
+    if group == "output_failure" and not os.path.exists("/dev/full"):
+        sys.exit(print("skipped: this system has no /dev/full") or 77)
     update = "--update" in sys.argv
     wrap = shlex.split(sys.argv[sys.argv.index("--wrap") + 1]) if "--wrap" in sys.argv else ()
-    if group == "output_failure" and not os.path.exists("/dev/full"):
-        print("skipped: this system has no /dev/full")
-        sys.exit(77)
     if group == "soak":
         actual = soak(zib, memory="--no-memory" not in sys.argv)
     else:

@@ -1,7 +1,5 @@
-// Fuzz target for the two readers of command-line text: the number reader (-timeout, -retry,
-// -delay) and the -filter matcher. The first input line is the number text and also the
-// -filter values (tab-separated); the other lines are piped names. Beyond not crashing, each
-// run checks properties that any correct reading keeps:
+// Fuzz target for the number reader and the -filter matcher. The first input line is the number
+// text and the -filter values (tab-separated); the other lines are piped names. Properties:
 // - a refused number leaves the field alone; case and surrounding blanks never change a number;
 //   plain decimal and 0x-hex texts read as their value;
 // - an empty line is never accepted; case never changes the verdict;
@@ -28,8 +26,7 @@ void check(bool holds) {
 
 std::string upper(std::string_view text) {
   std::string out(text);
-  for (char& c : out)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  for (char& c : out) c = (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c;
   return out;
 }
 

@@ -1,7 +1,5 @@
-// Runs a fuzz target over files, for builds without libFuzzer: CTest replays the seed corpus
-// and every kept crasher this way in each build. Arguments are files or folders (all regular
-// files in a folder). Exits non-zero when a path cannot be read; a fault in the target aborts.
-#include <cstddef>
+// Runs a fuzz target over files or folders of files, for builds without libFuzzer: CTest
+// replays the seed corpus and every kept crasher this way. A fault in the target aborts.
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -11,36 +9,17 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-namespace {
-
-bool replay_file(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  const std::vector<char> raw(std::istreambuf_iterator<char>(in), {});
-  // An exact-size copy, as libFuzzer hands its inputs over.
-  const std::vector<std::uint8_t> bytes(raw.begin(), raw.end());
-  LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-  return true;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-  std::size_t replayed = 0;
+  std::vector<std::filesystem::path> files;
   for (int i = 1; i < argc; ++i) {
-    const std::filesystem::path path = argv[i];
-    std::error_code error;
-    if (std::filesystem::is_directory(path, error)) {
-      for (const auto& entry : std::filesystem::directory_iterator(path, error)) {
-        if (entry.is_regular_file() && replay_file(entry.path())) ++replayed;
-      }
-    } else if (replay_file(path)) {
-      ++replayed;
-    } else {
-      std::cerr << "cannot read " << path << "\n";
-      return 1;
-    }
+    if (!std::filesystem::is_directory(argv[i])) files.emplace_back(argv[i]);
+    else for (const auto& entry : std::filesystem::directory_iterator(argv[i])) files.push_back(entry.path());
   }
-  std::cout << "replayed " << replayed << " inputs\n";
-  return 0;
+  for (const auto& file : files) {
+    std::ifstream in(file, std::ios::binary);
+    if (!in) return std::cerr << "cannot read " << file << "\n", 1;
+    const std::vector<std::uint8_t> bytes(std::istreambuf_iterator<char>(in), {});  // exact size, as libFuzzer
+    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+  }
+  std::cout << "replayed " << files.size() << " inputs\n";
 }

@@ -1,0 +1,132 @@
+#!/usr/bin/env python3
+"""zib against a real authoritative server: Debian's nsd, run as the current user on 127.0.0.1 at
+a port picked here, serving the zones of tests/data. dig, asked the same questions, is the oracle
+for every record zib decodes; the masked reports are compared with expected/interop.expected.
+
+    interop.py ZIB [--update]"""
+import difflib, os, re, shutil, signal, socket, subprocess, sys, tempfile, time
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "support"))
+from zibtest import DATA, golden, mask, run_zib
+
+NSD = shutil.which("nsd") or shutil.which("nsd", path="/usr/sbin:/usr/local/sbin")
+DIG = shutil.which("dig")
+CONF = """server: ip-address: 127.0.0.1 port: {port} do-ip6: no username: "" chroot: "" database: "" server-count: 1
+  zonesdir: "{w}" pidfile: "{w}/nsd.pid" xfrdfile: "{w}/xfrd.state" xfrdir: "{w}" zonelistfile: "{w}/zone.list"
+  cookie-secret-file: "{w}/cookies" logfile: "{w}/nsd.log"
+remote-control: control-enable: no
+zone: name: example.test zonefile: "{data}/example.test.zone"
+zone: name: 2.0.192.in-addr.arpa zonefile: "{data}/2.0.192.in-addr.arpa.zone"
+"""
+PIPED = "www.example.test\nalias.example.test\nnope.example.test\n"
+# (zib's arguments before -server, standard input, the questions dig is asked: name and type)
+CASES = [
+    ("-url www.example.test -csv", "", [("www.example.test", "A")]),
+    ("-url alias.example.test -csv", "", [("alias.example.test", "A")]),  # CNAME chain, then the A
+    ("-url host.sub.example.test -csv", "", [("host.sub.example.test", "A")]),  # referral: no answer
+    ("-url nope.example.test -csv", "", [("nope.example.test", "A")]),  # NXDOMAIN and the SOA
+    ("-ip 192.0.2.10 -csv", "", [("10.2.0.192.in-addr.arpa", "PTR")]),
+    ("-mx example.test -csv", "", [("example.test", "MX")]),
+    ("-ns example.test -csv", "", [("example.test", "NS")]),
+    ("-cname alias.example.test -csv", "", [("alias.example.test", "CNAME")]),
+    ("-cname www.example.test -csv", "", [("www.example.test", "CNAME")]),  # no answer, no question row
+    ("-txt example.test -csv", "", [("example.test", "TXT")]),
+    ("-url_pipe -csv", PIPED, [(n, "A") for n in PIPED.split()]),
+    ("-url_pipe", PIPED, []),
+    ("-url_pipe -xml", PIPED, []),
+]
+
+
+def dig(port, name, qtype, *options):
+    """dig's text, or "" when no reply came."""
+    r = subprocess.run([DIG, "@127.0.0.1", "-p", str(port), "+norec", "+noedns", "+time=1", "+tries=1",
+                        name, qtype, *options], capture_output=True, timeout=10)
+    return "" if r.returncode else r.stdout.decode()
+
+
+def start_nsd(work):
+    """nsd on a port that was free for UDP and TCP a moment ago; stopped by its PID later."""
+    with socket.socket() as t, socket.socket(type=socket.SOCK_DGRAM) as u:
+        u.bind(("127.0.0.1", 0))
+        port = u.getsockname()[1]
+        t.bind(("127.0.0.1", port))
+    conf = os.path.join(work, "nsd.conf")
+    with open(conf, "w") as f:
+        f.write(CONF.format(port=port, w=work, data=os.path.abspath(DATA)))
+    nsd = subprocess.Popen([NSD, "-d", "-c", conf], stdin=subprocess.DEVNULL, start_new_session=True)
+    for _ in range(50):
+        if nsd.poll() is None and dig(port, "example.test", "SOA", "+short"):
+            return nsd, port
+        time.sleep(0.1)
+    stop_nsd(nsd)
+    sys.exit("nsd did not answer on 127.0.0.1 port %d" % port)
+
+
+def stop_nsd(nsd):
+    os.killpg(nsd.pid, signal.SIGTERM)  # nsd and the server processes it forked
+    nsd.wait(10)
+
+
+def as_zib_data(qtype, data):
+    """dig's data as zib's CSV writes it: MX/SOA fields joined by ";", TXT with its length octets."""
+    if qtype in ("MX", "SOA"):
+        f = data.split(" ")
+        return ";".join(f[:2] + ["0x%08x" % int(n) for n in f[2:]])
+    if qtype == "TXT":
+        return "".join(chr(len(s)) + s for s in re.findall(r'"([^"]*)"', data)).replace("\r", " ").replace("\n", " ")
+    return data
+
+
+def dig_rows(port, name, qtype):
+    """dig's records as zib's rows, and the "invalid" question row of an unanswered non-CNAME question."""
+    rows, section, question = [], None, None
+    for line in dig(port, name, qtype).split("\n"):
+        heading = re.fullmatch(r";; (QUESTION|ANSWER|AUTHORITY|ADDITIONAL) SECTION:", line)
+        if heading or not line:
+            section = heading and {"ADDITIONAL": "additions"}.get(heading[1], heading[1].lower())
+        elif section == "question":
+            question = line[1:].split()[0]
+        elif section and not line.startswith(";"):
+            owner, ttl, klass, rtype, data = line.split(None, 4)  # dig pads with tabs; the data keeps its blanks
+            rows.append(",".join([section, owner, "success",
+                                  "1" if klass == "IN" else klass, ttl, rtype, as_zib_data(rtype, data)]))
+    if qtype != "CNAME" and not (rows and rows[0].startswith("answer,")):
+        rows.insert(0, "question,%s,invalid" % question)
+    return rows
+
+
+def zib_rows(out):
+    """zib's CSV rows after the run header and the heading, in the shape of dig_rows."""
+    rows = [line.split(",", 12) + [""] * 12 for line in out.decode("latin-1").split("\n")[2:-1]]
+    return ["question,%s,%s" % (f[0], f[2]) if f[1] == "question" else
+            ",".join([f[1], f[0], f[2], f[9], f[10], f[8], f[12]]) for f in rows]
+
+
+def main():
+    zib, update = sys.argv[1], "--update" in sys.argv
+    if not NSD or not DIG:
+        print("skipped: %s is not installed" % ("nsd" if not NSD else "dig"))
+        sys.exit(77)
+    report, failed = "", False
+    with tempfile.TemporaryDirectory(prefix="zib-nsd-") as work:
+        nsd, port = start_nsd(work)
+        try:
+            for args, stdin, questions in CASES:
+                argv = args.split() + ["-server", "127.0.0.1", "-port", str(port)]
+                status, out, err = run_zib(zib, argv, stdin.encode())
+                report += mask("== $ zib %s\n%s-- stderr\n%s-- exit %d\n" % (
+                    " ".join(argv), out.decode("utf-8", "backslashreplace"), err.decode("utf-8", "backslashreplace"), status), port)
+                expected = [row for q in questions for row in dig_rows(port, *q)]
+                if questions and zib_rows(out) != expected:
+                    failed = True
+                    print("zib %s: rows differ from dig's (- dig, + zib)" % args)
+                    sys.stdout.writelines(d + "\n" for d in difflib.unified_diff(
+                        expected, zib_rows(out), "dig", "zib", lineterm="", n=99))
+        finally:
+            stop_nsd(nsd)
+    failed |= not golden(os.path.join(HERE, "expected", "interop.expected"), report, update)
+    sys.exit(1 if failed else 0)
+
+
+if __name__ == "__main__":
+    main()
