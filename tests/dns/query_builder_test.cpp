@@ -53,6 +53,7 @@ TEST(build_query, failure_leaves_the_record_cleared) {
   for (const auto& [text, type] : rows) {
     DNS_RES_RECORD record;
     ASSERT_TRUE(build_query(record, "example.com", 1));
+    record.server = "s", record.ttl = record.rdlength = record.rdata_offset = 7, record.timestamp = 7, record.rdata = {7};
     EXPECT_FALSE(build_query(record, text, type)) << text.size() << " type " << type;
     EXPECT_EQ(record, DNS_RES_RECORD{});
   }

@@ -3,7 +3,7 @@
 "-server 127.0.0.1 -port P"), scripts and inputs; outputs masked, compared with expected/GROUP.expected.
 
     scenarios.py ZIB GROUP [--update] [--wrap "valgrind ..."]"""
-import os, shlex, sys
+import os, shlex, sys, time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from zibtest import (Responder, act, capture, foreign, golden, mask, name, peak_memory, raw, reply,
                      rr, run_zib)
@@ -131,7 +131,10 @@ def run_row(zib, row, wrap):
         reader, writer = os.pipe()
         os.close(reader)
         popen["stdout"] = writer
+    started = time.monotonic()
     status, out, err = run_zib(zib, argv, None if stdin is None else stdin.encode(), wrap=wrap, **popen)
+    if "-delay" in argv:  # each pause is a whole second: show how many there were, up to four
+        err += b"-- paused %d s or more\n" % min(4, int(time.monotonic() - started))
     if "stdout" in popen:
         os.close(popen["stdout"])
     asked = responder.close() if responder else ""
