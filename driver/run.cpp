@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -13,6 +12,7 @@
 #include "dns/query_builder.h"
 #include "driver/error_printer.h"
 #include "driver/filename_filter.h"
+#include "driver/output_file.h"
 #include "driver/stdin_reader.h"
 #include "net/query_transaction.h"
 #include "params/input_params.h"
@@ -107,15 +107,12 @@ int zib_main(int argc, char** argv) {
     return k_exit_fatal;
   }
 
-  std::ofstream results;
-  if (!config.results_file.empty()) {
-    results.open(config.results_file, std::ios::out | std::ios::trunc | std::ios::binary);
-    if (!results) {
-      print_error("prob opening results file: %s for writing\n", config.results_file.c_str());
-      return k_exit_fatal;
-    }
+  output_file results;
+  if (!config.results_file.empty() && !results.open(config.results_file)) {
+    print_error("prob opening results file: %s for writing\n", config.results_file.c_str());
+    return k_exit_fatal;
   }
-  std::ostream& out = config.results_file.empty() ? std::cout : results;
+  std::ostream out(&results);
   errno = 0;
   out << header.str() << '\n';
   if (output_failed(out)) return k_exit_fatal;

@@ -20,9 +20,17 @@ constexpr std::size_t k_receive_capacity = 65536;
 
 constexpr std::uint32_t k_kind_datagram = 1;
 
+// One buffer for the whole run: an attempt copies out what it received, at its own size, and
+// the parser reads only those bytes (zero-extended past their end), so the buffer is neither
+// made nor cleared per attempt.
+std::span<std::uint8_t> receive_buffer() {
+  static std::uint8_t buffer[k_receive_capacity];
+  return buffer;
+}
+
 // The message ID as its two bytes stand, read low byte first like DNS_RES_RECORD::id.
 // Comparing these values compares the raw bytes, whatever order the server assumed.
-std::uint16_t raw_id(const std::vector<std::uint8_t>& message) {
+std::uint16_t raw_id(const shared_bytes& message) {
   const std::uint16_t low = message.empty() ? 0 : message[0];
   const std::uint16_t high = message.size() < 2 ? 0 : message[1];
   return static_cast<std::uint16_t>(low | (high << 8));
@@ -53,6 +61,7 @@ int run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RE
     report_outcome(out, transaction, query, config);
     config.heading_pending = 0;
     if (config.verbose && !config.xml) dump_attempt(out, transaction);
+    out.flush();
     if (answered) return 1;
     // The pause follows every failed attempt, the last one included.
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
@@ -66,8 +75,6 @@ bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const 
   if (server == nullptr || query.packet.empty()) return false;
   const std::uint16_t query_id = raw_id(query.packet);
 
-  // Fresh and zero-filled for every attempt, like the socket: nothing carries over.
-  std::vector<std::uint8_t> buffer(k_receive_capacity, 0);
   qv::socket link;
   query.timestamp = now_timestamp();
   query.server = *server;
@@ -87,17 +94,17 @@ bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const 
   // reaches this socket is the reply.
   std::uint32_t sender_address = 0;
   std::uint16_t sender_port = 0;
+  std::span<std::uint8_t> buffer = receive_buffer();
   transaction.received_length =
       link.receive_from(buffer.data(), buffer.size(), sender_address, sender_port, timeout_seconds, true);
   if (transaction.received_length == 0) return false;
-  const auto received = std::span<const std::uint8_t>(buffer.data(), transaction.received_length);
-  transaction.received.assign(received.begin(), received.end());
+  transaction.received = std::span<const std::uint8_t>(buffer.first(transaction.received_length));
   transaction.received_at = now_timestamp();
 
   // A reply with a foreign ID is still parsed, so its records are reported; the ID decides
   // only whether the attempt is repeated.
   std::uint16_t reply_id = static_cast<std::uint16_t>(~query_id);
-  const unsigned parsed = parse_response(server, transaction.received_at, received, reply_id,
+  const unsigned parsed = parse_response(server, transaction.received_at, transaction.received, reply_id,
                                          transaction.questions, transaction.answers,
                                          transaction.authority, transaction.additional);
   return parsed != 0 && reply_id == query_id;
