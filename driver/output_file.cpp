@@ -4,6 +4,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
+
+#include "driver/error_printer.h"
+
+bool output_failed(std::ostream& out) {
+  out.flush();
+  if (out) return false;
+  print_error("prob writing results: %s\n", std::strerror(errno != 0 ? errno : EIO));
+  return true;
+}
 
 output_file::~output_file() {
   sync();

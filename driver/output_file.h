@@ -7,6 +7,12 @@
 #include <streambuf>
 #include <string>
 
+// Results that cannot be written (disk full, reader gone) must not be lost silently: true when
+// flushing `out` failed, after saying why on standard error. errno is cleared before each batch
+// of writes, and sockets are closed before rows are written, so a failed write is the last
+// failed call and errno still names its cause.
+bool output_failed(std::ostream& out);
+
 // Owns the descriptor of a results file (closed by the destructor); standard output is only
 // borrowed. Write errors leave errno as write(2) set it, so the run can say why it stopped.
 class output_file : public std::streambuf {

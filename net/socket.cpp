@@ -129,6 +129,12 @@ std::uint32_t socket::receive_from(std::uint8_t* buffer, std::size_t capacity, s
   return count;
 }
 
+std::uint32_t socket::read_datagram(std::uint8_t* buffer, std::size_t capacity) {
+  if (m_descriptor == -1 || buffer == nullptr || capacity == 0) return 0;
+  const ssize_t got = ::recvfrom(static_cast<int>(m_descriptor), buffer, capacity, 0, nullptr, nullptr);
+  return got == -1 ? 0 : static_cast<std::uint32_t>(got);
+}
+
 bool socket::close() {
   if (m_descriptor == -1) return true;
   // Not retried on EINTR: the descriptor may already be released, and a second close could

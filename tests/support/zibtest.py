@@ -149,13 +149,16 @@ def mask(text, port=None):
     return text.replace("\x1b[2K\r" + " " * 27 + "\r", "{ERASE}")
 
 
-def golden(expected_path, actual, update):
-    """Compares with the expected file, or rewrites it with --update. True when equal."""
+def golden(expected_path, actual, update, normalize=None):
+    """Compares with the expected file (both through `normalize`, if given), or rewrites it with
+    --update. True when equal."""
     if update:
         with open(expected_path, "w") as f:
             f.write(actual)
     with open(expected_path) as f:
         expected = f.read()
+    if normalize:
+        expected, actual = normalize(expected), normalize(actual)
     sys.stdout.writelines(difflib.unified_diff(expected.splitlines(True), actual.splitlines(True),
                                                expected_path, "actual"))
     return expected == actual
