@@ -2,7 +2,7 @@
 """zib as a user runs it against a scripted responder: a table of command lines ("@" stands for
 "-server 127.0.0.1 -port P"), scripts and inputs; outputs masked, compared with expected/GROUP.expected.
 
-    scenarios.py ZIB GROUP [--update] [--wrap "valgrind ..."] [--inflight N]
+    scenarios.py ZIB GROUP [--update] [--wrap "valgrind ..."] [--inflight N] [--sanitized]
 
 With --inflight the rows run with "-inflight N" added and must give the same expected output:
 only the order in which the responder saw the queries may differ."""
@@ -149,12 +149,12 @@ def run_row(zib, row, wrap, extra=()):
     return mask(block.replace(zib, "zib"), port) + asked
 
 
-def as_bulk_sees_it(text):
-    """Each block's "asked" lines sorted, since queries of names in flight together interleave;
-    without the block whose descriptor limit also lowers the names in flight (zib says so)."""
-    blocks = re.split(r"(?m)^(?===)", text)
-    return "".join(re.sub(r"(?m)(^asked .*\n)+", lambda m: "".join(sorted(m.group(0).splitlines(True))), b)
-                   for b in blocks if not b.startswith("== no descriptor to spare\n"))
+def comparable(text, skip, any_order):
+    """Without the blocks of skipped rows; with any_order each block's "asked" lines sorted,
+    since the queries of names in flight together interleave."""
+    blocks = [b for b in re.split(r"(?m)^(?===)", text) if b[3:].split("\n")[0] not in skip]
+    sort = lambda m: "".join(sorted(m.group(0).splitlines(True))) if any_order else m.group(0)
+    return "".join(re.sub(r"(?m)(^asked .*\n)+", sort, b) for b in blocks)
 
 
 def soak(zib, memory):
@@ -188,12 +188,16 @@ def main():
     update = "--update" in sys.argv
     wrap = shlex.split(sys.argv[sys.argv.index("--wrap") + 1]) if "--wrap" in sys.argv else ()
     extra = ("-inflight", sys.argv[sys.argv.index("--inflight") + 1]) if "--inflight" in sys.argv else ()
+    # Under so low a descriptor limit the sanitizers' runtime fails for want of a pipe, and
+    # -inflight reports the limit lowering the names in flight: that row is left out of both.
+    skip = {"no descriptor to spare"} if extra or "--sanitized" in sys.argv else set()
     if group == "soak":
-        actual = soak(zib, memory="--no-memory" not in sys.argv)
+        actual = soak(zib, memory="--sanitized" not in sys.argv)
     else:
-        actual = "".join(run_row(zib, row, wrap, extra) for row in GROUPS[group] if not extra or row[0] != "no descriptor to spare")
+        actual = "".join(run_row(zib, row, wrap, extra) for row in GROUPS[group] if row[0] not in skip)
     expected = os.path.join(os.path.dirname(os.path.abspath(__file__)), "expected", group + ".expected")
-    sys.exit(0 if golden(expected, actual, update and not extra, as_bulk_sees_it if extra else None) else 1)
+    normalize = (lambda text: comparable(text, skip, bool(extra))) if skip or extra else None
+    sys.exit(0 if golden(expected, actual, update and not normalize, normalize) else 1)
 
 
 if __name__ == "__main__":
