@@ -118,6 +118,20 @@ GROUPS = {
         ("results file", "-url_pipe @ -xml -out /dev/stdout", [WWW], "www.example.test\n"),
         ("heading once for a run", "-url_pipe @ -timeout 0 -retry 1", [], "a.test\nb.test\n"),
     ],
+    # The switches for many names at once; like the groups above, also run with -inflight 8.
+    "bulk": [
+        ("names in flight: out of range", "-url a.test @ -inflight 0", None, ""),
+        ("queries per second: not a number", "-url a.test @ -qps fast", None, ""),
+        ("wait in ms: negative", "-url a.test @ -timeout_ms -5", None, ""),
+        ("replies out of order, rows in input order", "-url_pipe @ -timeout_ms 3000 -csv",
+         [act(reply([rr(1, bytes([192, 0, 2, n]))]), delay=d) for n, d in ((1, 0.6), (2, 0.3), (3, 0))],
+         "a.test\nb.test\nc.test\n"),
+        ("the wait in ms wins over seconds", "-url a.test @ -timeout 9 -timeout_ms 300 -retry 1", [act(WWW, delay=1), WWW], ""),
+        ("summary: rows, response codes", "-url_pipe @ -timeout_ms 300 -csv -stats",
+         [WWW, NX, reply(flags=0x8182), reply(flags=0x8185), reply(flags=0x8184), raw(b"")], "".join("n%d.test\n" % i for i in range(7))),
+        ("status line when asked", "-url_pipe @ -timeout 0 -progress", [], "a.test\n"),
+        ("quiet wins", "-url_pipe @ -timeout 0 -progress -quiet", [], "a.test\n"),
+    ],
 }
 
 
