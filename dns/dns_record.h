@@ -2,14 +2,50 @@
 // query/response exchange, and decoded SOA data.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
-// One question or resource record. It carries a copy of the whole message it came from, so
-// compressed names inside its data can be decoded long after the receive buffer is gone.
+// The bytes of one message, copied once and then shared by every record parsed from it and by
+// the exchange that received it: a reply of twenty records is one copy, not twenty-one.
+// Immutable once made; compared by content, so records still compare as plain values.
+class shared_bytes {
+ public:
+  shared_bytes() = default;
+  shared_bytes(std::span<const std::uint8_t> bytes) { assign(bytes.begin(), bytes.end()); }
+  explicit shared_bytes(std::vector<std::uint8_t> bytes)
+      : m_bytes(bytes.empty() ? nullptr : std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes))) {}
+
+  template <typename Iterator>
+  void assign(Iterator first, Iterator last) {
+    *this = shared_bytes(std::vector<std::uint8_t>(first, last));
+  }
+  void clear() { m_bytes.reset(); }
+
+  const std::uint8_t* data() const { return m_bytes ? m_bytes->data() : nullptr; }
+  std::size_t size() const { return m_bytes ? m_bytes->size() : 0; }
+  bool empty() const { return size() == 0; }
+  const std::uint8_t* begin() const { return data(); }
+  const std::uint8_t* end() const { return data() + size(); }
+  std::uint8_t operator[](std::size_t index) const { return (*m_bytes)[index]; }
+  operator std::span<const std::uint8_t>() const { return {data(), size()}; }
+
+  friend bool operator==(const shared_bytes& a, const shared_bytes& b) {
+    return a.m_bytes == b.m_bytes || std::equal(a.begin(), a.end(), b.begin(), b.end());
+  }
+
+ private:
+  std::shared_ptr<const std::vector<std::uint8_t>> m_bytes;  // null when empty
+};
+
+// One question or resource record. It carries the whole message it came from (shared with the
+// other records of that message), so compressed names inside its data can be decoded long
+// after the receive buffer is gone.
 struct DNS_RES_RECORD {
-  std::vector<std::uint8_t> packet;  // the complete message this record belongs to
+  shared_bytes packet;               // the complete message this record belongs to
   std::string server;                // text form of the server's IPv4 address
   std::string name;                  // owner name "a.b.c." (query text as typed for the query)
   std::uint16_t type = 0;
@@ -21,16 +57,16 @@ struct DNS_RES_RECORD {
   std::uint16_t id = 0;              // the two ID bytes read low byte first
   std::vector<std::uint8_t> rdata;   // copy of the rdlength data bytes
 
-  // Back to the freshly constructed state; the byte vectors keep their storage.
+  // Back to the freshly constructed state; rdata keeps its storage.
   void clear();
   bool operator==(const DNS_RES_RECORD&) const = default;
 };
 
 // One query/response exchange; reused for every attempt, cleared before each.
 struct dns_packet_transaction {
-  std::vector<std::uint8_t> sent;
+  shared_bytes sent;
   std::uint32_t sent_length = 0;      // 0 when sending failed
-  std::vector<std::uint8_t> received;
+  shared_bytes received;
   std::uint32_t received_length = 0;  // 0 when nothing arrived
   std::uint64_t received_at = 0;      // same unit and epoch as DNS_RES_RECORD::timestamp
   std::vector<DNS_RES_RECORD> questions;

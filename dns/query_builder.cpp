@@ -108,7 +108,7 @@ bool build_query(DNS_RES_RECORD& record, std::string text, std::uint16_t type) {
   const auto qname = encode_qname(text, type);
   if (!qname) return false;
 
-  std::vector<std::uint8_t>& packet = record.packet;
+  std::vector<std::uint8_t> packet;
   // The ID goes out low byte first on purpose: dumps then show the chosen number in byte 0,
   // and replies are matched on the raw bytes, so the order never matters to the server.
   packet.push_back(static_cast<std::uint8_t>(id & 0xFF));
@@ -123,6 +123,7 @@ bool build_query(DNS_RES_RECORD& record, std::string text, std::uint16_t type) {
   put16(packet, type);
   put16(packet, k_class_in);
 
+  record.packet = shared_bytes(std::move(packet));
   record.name = std::move(text);
   record.id = id;
   record.type = type;

@@ -15,9 +15,10 @@ std::uint16_t at(std::size_t position) { return static_cast<std::uint16_t>(posit
 // One pass over one message. Holds the views only while parse_response runs.
 class message_parser {
  public:
-  message_parser(const std::string* server, std::uint64_t received_at, std::span<const std::uint8_t> message,
+  message_parser(const std::string* server, std::uint64_t received_at, const shared_bytes& message,
                  std::uint16_t id)
-      : server_(server), received_at_(received_at), message_(message), reader_(message), id_(id) {}
+      : server_(server), received_at_(received_at), shared_(message), message_(message), reader_(message_),
+        id_(id) {}
 
   // One section, `count` entries. False when an entry fails; the entries before it stay.
   // This is the one rule for short replies: a section starts only while data is left, and it
@@ -84,12 +85,13 @@ class message_parser {
   void stamp(DNS_RES_RECORD& record) const {
     if (server_ != nullptr) record.server = *server_;
     record.timestamp = received_at_;
-    record.packet.assign(message_.begin(), message_.end());
+    record.packet = shared_;
     record.id = id_;
   }
 
   const std::string* server_;
   std::uint64_t received_at_;
+  const shared_bytes& shared_;
   std::span<const std::uint8_t> message_;
   byte_reader reader_;
   std::uint16_t id_;
@@ -103,6 +105,14 @@ unsigned parse_response(const std::string* server, std::uint64_t received_at,
                         std::vector<DNS_RES_RECORD>& questions, std::vector<DNS_RES_RECORD>& answers,
                         std::vector<DNS_RES_RECORD>& authority, std::vector<DNS_RES_RECORD>& additional,
                         bool require_response) {
+  return parse_response(server, received_at, shared_bytes(message), id, questions, answers, authority,
+                        additional, require_response);
+}
+
+unsigned parse_response(const std::string* server, std::uint64_t received_at, const shared_bytes& message,
+                        std::uint16_t& id, std::vector<DNS_RES_RECORD>& questions,
+                        std::vector<DNS_RES_RECORD>& answers, std::vector<DNS_RES_RECORD>& authority,
+                        std::vector<DNS_RES_RECORD>& additional, bool require_response) {
   questions.clear();
   answers.clear();
   authority.clear();

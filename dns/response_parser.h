@@ -22,6 +22,11 @@ unsigned parse_response(const std::string* server, std::uint64_t received_at,
                         std::vector<DNS_RES_RECORD>& questions, std::vector<DNS_RES_RECORD>& answers,
                         std::vector<DNS_RES_RECORD>& authority, std::vector<DNS_RES_RECORD>& additional,
                         bool require_response = true);
+// The same, with the records sharing `message` itself instead of a copy of it.
+unsigned parse_response(const std::string* server, std::uint64_t received_at, const shared_bytes& message,
+                        std::uint16_t& id, std::vector<DNS_RES_RECORD>& questions,
+                        std::vector<DNS_RES_RECORD>& answers, std::vector<DNS_RES_RECORD>& authority,
+                        std::vector<DNS_RES_RECORD>& additional, bool require_response = true);
 
 // Decodes SOA data at `offset`; resets `out` first, so a failure leaves it fresh. The five
 // numbers are bounded by the message length, not by the record's data length.

@@ -12,8 +12,10 @@ constexpr int k_max_message = 4096;
 
 }  // namespace
 
+void erase_terminal_line() { std::fputs(k_erase_line, stderr); }
+
 void print_error(const char* format, ...) {
-  std::fputs(k_erase_line, stderr);
+  erase_terminal_line();
   char message[k_max_message + 1];
   va_list args;
   va_start(args, format);

@@ -1,18 +1,24 @@
 #include "driver/run.h"
 
 #include <signal.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "dns/dns_record.h"
 #include "dns/query_builder.h"
 #include "driver/error_printer.h"
+#include "driver/bulk_run.h"
 #include "driver/filename_filter.h"
+#include "driver/output_file.h"
+#include "driver/run_progress.h"
+#include "net/interrupt.h"
 #include "driver/stdin_reader.h"
 #include "net/query_transaction.h"
 #include "params/input_params.h"
@@ -42,48 +48,77 @@ void open_document(std::ostream& out, const input_params& config, const std::str
       << "<logdata tool=\"" << config.tool_id << "\" cmdline=\"" << program << "\">\n";
 }
 
-// Results that cannot be written (disk full, reader gone) must not be lost silently: the run
-// stops and says why. The stream is flushed first so a failure shows now, not at exit. errno is
-// cleared before each batch of writes, and the sockets are closed before a query's rows are
-// written, so a failed write is the last failed call and errno still names its cause.
-bool output_failed(std::ostream& out) {
-  out.flush();
-  if (out) return false;
-  print_error("prob writing results: %s\n", std::strerror(errno != 0 ? errno : EIO));
-  return true;
-}
+// What both modes share beyond the configuration: pacing, counting, the status line.
+struct run_state {
+  send_pacer pacer;
+  run_summary summary;
+  run_progress progress;
+  run_extras extras;
 
-int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction) {
+  run_state(const input_params& config, bool show_progress)
+      : pacer(config.qps), progress(show_progress, summary),
+        extras{pacer.limited() ? &pacer : nullptr, &summary} {}
+};
+
+bool bulk_mode(const input_params& config) { return config.inflight > 1; }
+
+int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction,
+               run_state& run) {
   if (!build_query(query, config.query_name, static_cast<std::uint16_t>(config.query_type))) {
     print_error("prob building dns packet... aborting\n");
     return k_exit_fatal;
   }
   config.heading_pending = 1;
+  if (bulk_mode(config)) {
+    bool given = false;
+    const query_source once = [&](DNS_RES_RECORD& next) { return !std::exchange(given, true) && (next = query, true); };
+    return run_bulk(out, config, once, run.extras, run.progress) ? k_exit_ok : k_exit_fatal;
+  }
   errno = 0;
-  run_query(out, transaction, query, config);
+  run_query(out, transaction, query, config, run.extras);
   return output_failed(out) ? k_exit_fatal : k_exit_ok;
 }
 
-// Returns false when the output failed; the rest of the input is then left unread.
-bool ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction) {
+// Returns false when the output failed; the rest of the input is then left unread. A stop
+// signal ends the reading: a line cut short by it is not asked.
+bool ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction,
+               run_state& run) {
   qvportdir::stdin_stream_ex reader(config);
   if (!config.use_stdin || !reader.init_to_stdin()) return true;
   const auto filters = build_filters(config.filters);
   config.heading_pending = 1;
   std::string line;
-  while (reader.read(line, true)) {
-    if (line.empty() || !filter_accepts(filters, line)) continue;
-    config.query_name = line;
+  // The next line worth asking, built into `next`. A line that cannot be encoded is skipped
+  // quietly, without the delay.
+  const query_source next_query = [&](DNS_RES_RECORD& next) {
+    while (reader.read(line, true) && interrupt_signal() == 0) {
+      if (line.empty() || !filter_accepts(filters, line)) continue;
+      config.query_name = line;
+      if (build_query(next, line, static_cast<std::uint16_t>(config.query_type))) return true;
+    }
+    return false;
+  };
+  if (bulk_mode(config)) return run_bulk(out, config, next_query, run.extras, run.progress);
+  for (;;) {
     transaction.clear();
-    // A line that cannot be encoded is skipped quietly, without the delay.
-    if (!build_query(query, line, static_cast<std::uint16_t>(config.query_type))) continue;
+    if (!next_query(query)) return true;
     errno = 0;
-    run_query(out, transaction, query, config);
+    run_query(out, transaction, query, config, run.extras);
     if (output_failed(out)) return false;
+    run.progress.tick();
+    if (interrupt_signal() != 0) return true;
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
   }
-  return true;
 }
+
+// The status line: for piped names on a terminal, or when asked; never with -quiet.
+bool show_progress(const input_params& config) {
+  if (config.quiet) return false;
+  return config.progress || (config.use_stdin && ::isatty(STDERR_FILENO));
+}
+
+// 128 plus the signal, as a shell reports a process that the signal ended.
+int exit_status(int normal) { return interrupt_signal() != 0 ? 128 + interrupt_signal() : normal; }
 
 }  // namespace
 
@@ -107,15 +142,13 @@ int zib_main(int argc, char** argv) {
     return k_exit_fatal;
   }
 
-  std::ofstream results;
-  if (!config.results_file.empty()) {
-    results.open(config.results_file, std::ios::out | std::ios::trunc | std::ios::binary);
-    if (!results) {
-      print_error("prob opening results file: %s for writing\n", config.results_file.c_str());
-      return k_exit_fatal;
-    }
+  output_file results;
+  if (!config.results_file.empty() && !results.open(config.results_file)) {
+    print_error("prob opening results file: %s for writing\n", config.results_file.c_str());
+    return k_exit_fatal;
   }
-  std::ostream& out = config.results_file.empty() ? std::cout : results;
+  std::ostream out(&results);
+  catch_interrupts();  // after the results file, which must not lose a descriptor to the pipe
   errno = 0;
   out << header.str() << '\n';
   if (output_failed(out)) return k_exit_fatal;
@@ -129,12 +162,20 @@ int zib_main(int argc, char** argv) {
 
   DNS_RES_RECORD query;
   dns_packet_transaction transaction;
-  if (!config.use_stdin && !config.use_enumdir) {
-    if (ask_single(out, config, query, transaction) != k_exit_ok) return k_exit_fatal;
-  } else if (!ask_piped(out, config, query, transaction)) {
-    return k_exit_fatal;
-  }
+  run_state run(config, show_progress(config));
+  const bool single = !config.use_stdin && !config.use_enumdir;
+  const bool asked = single ? ask_single(out, config, query, transaction, run) == k_exit_ok
+                            : ask_piped(out, config, query, transaction, run);
+  run.progress.finish();
+  // A failed build in single-name mode leaves the document open on purpose, like a failed output.
+  if (!asked) return k_exit_fatal;
   errno = 0;
   if (config.xml) out << "</logdata>\n";
-  return output_failed(out) ? k_exit_fatal : k_exit_ok;
+  if (output_failed(out)) return k_exit_fatal;
+  if (config.stats) {
+    std::ostringstream summary;  // one write, so the lines cannot interleave with another process's
+    run.summary.write(summary, run.progress.elapsed_seconds());
+    std::fputs(summary.str().c_str(), stderr);
+  }
+  return exit_status(k_exit_ok);
 }

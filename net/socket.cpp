@@ -26,6 +26,7 @@ constexpr socket_kind k_socket_kinds[] = {
     {SOCK_RAW, IPPROTO_UDP},     // kind 2
 };
 constexpr std::uint32_t k_kind_count = sizeof(k_socket_kinds) / sizeof(k_socket_kinds[0]);
+constexpr std::uint32_t k_stream_type = 1;  // kind 0, plus one
 
 // IPv4 addresses only; the length field (where the platform has one) stays 0 because the
 // length is always passed alongside.
@@ -39,25 +40,28 @@ sockaddr_in ipv4_address(std::uint32_t family, std::uint32_t network_address, st
   return address;
 }
 
-}  // namespace
-
-socket::socket() {
-  // A send on a broken stream would otherwise end the process; set on every construction
-  // because the disposition is process-wide and someone else may have changed it since.
-  ::signal(SIGPIPE, SIG_IGN);
+// A send on a broken stream would otherwise end the process. Once per process is enough:
+// zib never sets the disposition back, and a call per socket cost as much as the socket's
+// own send or receive.
+void ignore_broken_pipes() {
+  static const bool ignored = ::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
+  (void)ignored;
 }
 
+}  // namespace
+
+socket::socket() { ignore_broken_pipes(); }
+
 socket::~socket() {
-  if (m_descriptor != -1) {
-    ::shutdown(static_cast<int>(m_descriptor), SHUT_WR);
-    close();
-  }
+  if (m_descriptor == -1) return;
+  // Only a stream has a peer to tell that nothing more comes; on a datagram socket the call
+  // fails (ENOTCONN) and would only cost a system call per query.
+  if (m_type == k_stream_type) ::shutdown(static_cast<int>(m_descriptor), SHUT_WR);
+  close();
 }
 
 socket::socket(socket&& other) noexcept
-    : m_type(other.m_type), m_family(other.m_family), m_descriptor(std::exchange(other.m_descriptor, -1)) {
-  ::signal(SIGPIPE, SIG_IGN);
-}
+    : m_type(other.m_type), m_family(other.m_family), m_descriptor(std::exchange(other.m_descriptor, -1)) {}
 
 socket& socket::operator=(socket&& other) noexcept {
   if (this != &other) {
@@ -127,6 +131,12 @@ std::uint32_t socket::receive_from(std::uint8_t* buffer, std::size_t capacity, s
   }
   FD_CLR(fd, &readable);
   return count;
+}
+
+std::uint32_t socket::read_datagram(std::uint8_t* buffer, std::size_t capacity) {
+  if (m_descriptor == -1 || buffer == nullptr || capacity == 0) return 0;
+  const ssize_t got = ::recvfrom(static_cast<int>(m_descriptor), buffer, capacity, 0, nullptr, nullptr);
+  return got == -1 ? 0 : static_cast<std::uint32_t>(got);
 }
 
 bool socket::close() {

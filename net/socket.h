@@ -29,6 +29,10 @@ class socket {
   std::uint32_t receive_from(std::uint8_t* buffer, std::size_t capacity, std::uint32_t& address,
                              std::uint16_t& port, std::int32_t timeout_seconds, bool host_order);
 
+  // Reads the datagram that is waiting, for a caller that has waited for it itself: one
+  // recvfrom, 0 when it fails. The sender is not asked for: the first datagram is the reply.
+  std::uint32_t read_datagram(std::uint8_t* buffer, std::size_t capacity);
+
   // True when nothing is open or close() succeeded; on failure the descriptor is kept.
   bool close();
 

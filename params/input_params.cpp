@@ -33,17 +33,30 @@ void take_number(arg_list& args, std::string_view name, std::int32_t& field) {
   if (const auto value = take_value(args, name)) read_number(*value, field);
 }
 
-// Unlike the other numbers, a port that cannot be read or lies outside 1..65535 stops the run:
-// quietly asking port 53 instead would send the user's questions somewhere they did not mean.
-bool take_port(arg_list& args, std::uint16_t& port) {
-  const auto value = take_value(args, "-port");
+// Unlike the older numbers, these stop the run when they cannot be read or lie outside their
+// range: quietly asking port 53, or waiting a default time, would not be what the user meant.
+struct bounded_option {
+  std::string_view name;
+  std::string_view word;  // in the message "invalid WORD: VALUE"
+  std::int32_t low;
+  std::int32_t high;
+};
+
+constexpr bounded_option k_port{"-port", "port", 1, 65535};
+constexpr bounded_option k_timeout_ms{"-timeout_ms", "timeout_ms", 0, 86400000};  // a day
+constexpr bounded_option k_qps{"-qps", "qps", 1, 10000000};
+constexpr bounded_option k_inflight{"-inflight", "inflight", 1, 1000000};
+
+template <typename Number>
+bool take_bounded(arg_list& args, const bounded_option& option, Number& field) {
+  const auto value = take_value(args, option.name);
   if (!value) return true;
   std::int32_t number = 0;
-  if (!read_number(*value, number) || number < 1 || number > 65535) {
-    std::cerr << "invalid port: " << *value << '\n';
+  if (!read_number(*value, number) || number < option.low || number > option.high) {
+    std::cerr << "invalid " << option.word << ": " << *value << '\n';
     return false;
   }
-  port = static_cast<std::uint16_t>(number);
+  field = static_cast<Number>(number);
   return true;
 }
 
@@ -94,5 +107,10 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
   take_number(args, "-timeout", timeout);
   take_number(args, "-retry", retry);
   take_number(args, "-delay", delay);
-  return take_port(args, port) ? 1 : 0;
+  if (take_switch(args, "-progress")) progress = 1;
+  if (take_switch(args, "-quiet")) quiet = 1;
+  if (take_switch(args, "-stats")) stats = 1;
+  const bool valid = take_bounded(args, k_port, port) && take_bounded(args, k_timeout_ms, timeout_ms) &&
+                     take_bounded(args, k_qps, qps) && take_bounded(args, k_inflight, inflight);
+  return valid ? 1 : 0;
 }

@@ -28,5 +28,11 @@ class input_params : public cmd_params {
   std::int32_t delay = 0;
   std::int32_t query_type = 1;
   std::uint16_t port = 53;  // the server's UDP port (-port)
+  std::int32_t timeout_ms = -1;  // each attempt's wait in milliseconds (-timeout_ms); -1: -timeout
+  std::int32_t qps = 0;          // at most this many queries sent per second (-qps); 0: no limit
+  std::int32_t inflight = 1;     // names in flight at once (-inflight); 1: one after another
+  std::uint8_t progress = 0;     // -progress: the status line even when stderr is no terminal
+  std::uint8_t quiet = 0;        // -quiet: never the status line
+  std::uint8_t stats = 0;        // -stats: a summary on stderr at the end
   std::uint8_t ipv6 = 0;    // accepted and stored; the query path never consults it
 };

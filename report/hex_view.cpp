@@ -86,27 +86,27 @@ void hex_lines(std::ostream& out, const qv_hex_view& view, std::size_t start, st
   out.flags(out.flags() | saved);
 }
 
-void hex_dump(const std::vector<std::uint8_t>& bytes, std::ostream& out, std::size_t start,
+void hex_dump(std::span<const std::uint8_t> bytes, std::ostream& out, std::size_t start,
               std::uint64_t base_address) {
   if (bytes.empty()) return;
   hex_lines(out, qv_hex_view(bytes), start, bytes.size(), base_address, true);
 }
 
 void dump_attempt(std::ostream& out, const dns_packet_transaction& transaction) {
-  out << std::endl;
+  out << '\n';
   write_field(out, k_rule);
-  out << std::endl;
+  out << '\n';
   if (transaction.sent_length != 0) {
     write_field(out, "packet that was sent");
-    out << std::endl;
+    out << '\n';
     hex_dump(transaction.sent, out);
-    out << std::endl;
+    out << '\n';
   }
   if (transaction.received_length != 0) {
     write_field(out, "packet that was recv'd");
-    out << std::endl;
+    out << '\n';
     hex_dump(transaction.received, out);
   }
   write_field(out, k_rule);
-  out << std::endl << std::endl;
+  out << '\n' << '\n';
 }

@@ -24,8 +24,8 @@ class qv_hex_view {
   std::size_t m_num_data;
 };
 
-// Nothing for an empty vector, otherwise the lines of the whole vector from `start`.
-void hex_dump(const std::vector<std::uint8_t>& bytes, std::ostream& out, std::size_t start = 0,
+// Nothing for no bytes, otherwise the lines of all of them from `start`.
+void hex_dump(std::span<const std::uint8_t> bytes, std::ostream& out, std::size_t start = 0,
               std::uint64_t base_address = 0);
 // The lines from `start` to the smaller of `end` and the view's size, each ended by "\n".
 // Leaves the stream with fill '0' and the saved flags OR-ed back in (not restored).

@@ -87,7 +87,6 @@ void report_row::clear() {
 
 void report_row::write_to(std::ostream& out) const {
   out.write(m_text.data(), static_cast<std::streamsize>(m_text.size()));
-  out.flush();
 }
 
 report_row::appender::int_type report_row::appender::overflow(int_type c) {

@@ -40,8 +40,8 @@ void append_field(std::string& row, std::uint64_t value, const field_format& for
 
 // One report row made in memory and handed to the output in one write. Fields are appended to
 // text() directly, or written through stream() by code that takes an ostream (record data,
-// hex bytes); both land in the same text. On a stdio-synced std::cout, writing field by field
-// costs one fwrite call per field; the text keeps its capacity from row to row.
+// hex bytes); both land in the same text. Writing field by field to the output would cost a
+// call per field; the text keeps its capacity from row to row.
 class report_row {
  public:
   report_row();
@@ -51,7 +51,8 @@ class report_row {
   std::string& text() { return m_text; }
   std::ostream& stream() { return m_stream; }
   void clear();
-  // The whole row in one write, then the flush that every report row asks for.
+  // The whole row in one write to the output's buffer. The caller flushes once per attempt,
+  // so an attempt's rows reach the file together and before the next attempt starts.
   void write_to(std::ostream& out) const;
 
  private:

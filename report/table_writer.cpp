@@ -52,7 +52,7 @@ void write_heading(std::ostream& out, const input_params& config, const column_w
     write_field(out, sep);
   }
   write_field(out, "data");
-  out << std::endl;
+  out << '\n';
 }
 
 // The columns before the data are appended straight to the row's text; the data column is

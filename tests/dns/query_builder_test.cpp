@@ -27,7 +27,7 @@ TEST(build_query, record_fields_and_a_type_without_an_encoder) {
     record.server = "stale";
     ASSERT_TRUE(build_query(record, text, type));
     DNS_RES_RECORD expected;
-    expected.packet = tail.empty() ? record.packet : bytes{record.packet[0], 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 28, 0, 1};
+    expected.packet = tail.empty() ? record.packet : shared_bytes(bytes{record.packet[0], 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 28, 0, 1});
     expected.name = text;  // as typed, never reversed
     expected.type = type;
     expected.class_ = 1;

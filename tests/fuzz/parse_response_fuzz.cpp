@@ -93,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // The dump shows what was sent first; the reply's own head stands in for the query.
     transaction.sent.assign(message.begin(), message.begin() + static_cast<long>(std::min<std::size_t>(size, 29)));
     transaction.sent_length = static_cast<std::uint32_t>(transaction.sent.size());
-    transaction.received = message;
+    transaction.received = shared_bytes(message);
     transaction.received_length = static_cast<std::uint32_t>(message.size());
     dump_attempt(sink, transaction);
   }

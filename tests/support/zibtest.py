@@ -50,10 +50,11 @@ act = collections.namedtuple("act", "make delay elsewhere", defaults=(None, 0.0,
 
 class Responder:
     """Answers each datagram by the next step of its script, then by the steps of `cycle` in
-    turn (silence without one). Lives at most `lifetime` seconds, so it cannot hang a run."""
+    turn (silence without one, or when the step's make gives None). Records when each query
+    arrived. Lives at most `lifetime` seconds, so it cannot hang a run."""
     def __init__(self, script=(), cycle=(), port=0, lifetime=120):
         steps = lambda xs: [x if isinstance(x, act) else act(x) for x in xs]
-        self.script, self.cycle, self.queries = steps(script), steps(cycle) or [act()], []
+        self.script, self.cycle, self.queries, self.times = steps(script), steps(cycle) or [act()], [], []
         self.sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 22)
         self.sock.bind(("127.0.0.1", port))
@@ -68,8 +69,10 @@ class Responder:
                 query, sender = self.sock.recvfrom(65536)
                 step = self.script.pop(0) if self.script else self.cycle[len(self.queries) % len(self.cycle)]
                 self.queries.append(query)
-                if step.make is not None:
-                    threading.Timer(step.delay, self.send, (step, step.make(query), sender)).start()
+                self.times.append(time.monotonic())
+                data = step.make(query) if step.make is not None else None
+                if data is not None:
+                    threading.Timer(step.delay, self.send, (step, data, sender)).start()
 
     def send(self, step, data, sender):
         try:
@@ -146,16 +149,23 @@ def mask(text, port=None):
     text = re.sub(r"\d\d:\d\d:\d\d(\.\d{3})?", "{T}", text)
     if port is not None:
         text = text.replace("-port %d" % port, "-port PORT")
+    # The -stats summary and the status line: their counts stay, rates and times go.
+    text = re.sub(r"(?m)^(names \d+, attempts \d+), .*$", r"\1, {RATE}", text)
+    text = re.sub(r"(?m)^rtt ms: .*$", "rtt ms: {RTT}", text)
+    text = re.sub(r"\d+ names, \d+ names/s, \d+ timeouts, [\d.]+ s", "{PROGRESS}", text)
     return text.replace("\x1b[2K\r" + " " * 27 + "\r", "{ERASE}")
 
 
-def golden(expected_path, actual, update):
-    """Compares with the expected file, or rewrites it with --update. True when equal."""
+def golden(expected_path, actual, update, normalize=None):
+    """Compares with the expected file (both through `normalize`, if given), or rewrites it with
+    --update. True when equal."""
     if update:
         with open(expected_path, "w") as f:
             f.write(actual)
     with open(expected_path) as f:
         expected = f.read()
+    if normalize:
+        expected, actual = normalize(expected), normalize(actual)
     sys.stdout.writelines(difflib.unified_diff(expected.splitlines(True), actual.splitlines(True),
                                                expected_path, "actual"))
     return expected == actual

@@ -1,0 +1,97 @@
+#include "report/run_summary.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdio>
+
+#include "dns/message_header.h"
+
+namespace {
+
+// The response codes the summary names; every other code is counted under "other".
+constexpr std::uint8_t k_named_rcodes[] = {0, 3, 2, 5};  // NOERROR, NXDOMAIN, SERVFAIL, REFUSED
+
+constexpr std::size_t k_timeout_row = 2;
+static_assert(k_status_words[k_timeout_row] == k_status_timeout);
+
+std::string milliseconds(std::uint64_t micros) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.3f", static_cast<double>(micros) / 1000.0);
+  return text;
+}
+
+double per_second(std::uint64_t count, double seconds) { return seconds > 0 ? count / seconds : 0.0; }
+
+}  // namespace
+
+void run_summary::count_row(std::string_view status) {
+  const auto found = std::find(k_status_words.begin(), k_status_words.end(), status);
+  if (found != k_status_words.end()) ++m_rows[static_cast<std::size_t>(found - k_status_words.begin())];
+}
+
+void run_summary::count_attempt(const dns_packet_transaction& transaction, const DNS_RES_RECORD& query) {
+  ++m_attempts;
+  if (transaction.received_length == 0) return;
+  if (const auto header = read_message_header(transaction.received)) {
+    const auto named = std::find(std::begin(k_named_rcodes), std::end(k_named_rcodes), header->rcode);
+    ++m_rcodes[static_cast<std::size_t>(named - std::begin(k_named_rcodes))];
+  } else {
+    ++m_rcodes.back();  // too short to carry a code
+  }
+  // Both times come from the wall clock; a step back must not wrap around.
+  const std::uint64_t ticks = transaction.received_at > query.timestamp ? transaction.received_at - query.timestamp : 0;
+  const std::uint64_t micros = ticks / 10;
+  ++m_rtt[bucket_of(micros)];
+  ++m_replies;
+  m_rtt_max = std::max(m_rtt_max, micros);
+}
+
+std::size_t run_summary::bucket_of(std::uint64_t micros) {
+  constexpr std::uint64_t direct = 1u << k_sub_bits;
+  if (micros < direct) return static_cast<std::size_t>(micros);
+  const int top = std::bit_width(micros) - 1;  // >= k_sub_bits
+  const std::size_t sub = static_cast<std::size_t>(micros >> (top - k_sub_bits)) & (direct - 1);
+  return std::min(k_buckets - 1, (static_cast<std::size_t>(top - k_sub_bits + 1) << k_sub_bits) + sub);
+}
+
+std::uint64_t run_summary::bucket_top(std::size_t bucket) {
+  constexpr std::size_t direct = 1u << k_sub_bits;
+  if (bucket < direct) return bucket;
+  const int shift = static_cast<int>(bucket >> k_sub_bits) - 1;
+  const std::uint64_t base = (direct + (bucket & (direct - 1))) << shift;
+  return base + ((std::uint64_t{1} << shift) - 1);
+}
+
+std::uint64_t run_summary::percentile(double fraction) const {
+  if (m_replies == 0) return 0;
+  const auto rank = static_cast<std::uint64_t>(std::ceil(fraction * static_cast<double>(m_replies)));
+  std::uint64_t seen = 0;
+  for (std::size_t i = 0; i < k_buckets; ++i) {
+    seen += m_rtt[i];
+    if (seen >= rank) return std::min(bucket_top(i), m_rtt_max);
+  }
+  return m_rtt_max;
+}
+
+std::string run_summary::progress_text(double elapsed_seconds) const {
+  char text[128];
+  std::snprintf(text, sizeof text, "%llu names, %.0f names/s, %llu timeouts, %.1f s",
+                static_cast<unsigned long long>(m_names), per_second(m_names, elapsed_seconds),
+                static_cast<unsigned long long>(m_rows[k_timeout_row]), elapsed_seconds);
+  return text;
+}
+
+void run_summary::write(std::ostream& out, double elapsed_seconds) const {
+  char line[128];
+  std::snprintf(line, sizeof line, "names %llu, attempts %llu, %.3f s, %.0f names/s\n",
+                static_cast<unsigned long long>(m_names), static_cast<unsigned long long>(m_attempts),
+                elapsed_seconds, per_second(m_names, elapsed_seconds));
+  out << line << "rows:";
+  for (std::size_t i = 0; i < k_status_words.size(); ++i) out << (i ? ", " : " ") << k_status_words[i] << ' ' << m_rows[i];
+  out << "\nrcodes:";
+  for (std::size_t i = 0; i < std::size(k_named_rcodes); ++i) out << (i ? ", " : " ") << rcode_name(k_named_rcodes[i]) << ' ' << m_rcodes[i];
+  out << ", other " << m_rcodes.back() << "\nrtt ms: p50 " << milliseconds(percentile(0.50)) << ", p95 "
+      << milliseconds(percentile(0.95)) << ", p99 " << milliseconds(percentile(0.99)) << ", max "
+      << milliseconds(m_rtt_max) << '\n';
+}
