@@ -26,7 +26,6 @@ constexpr socket_kind k_socket_kinds[] = {
     {SOCK_RAW, IPPROTO_UDP},     // kind 2
 };
 constexpr std::uint32_t k_kind_count = sizeof(k_socket_kinds) / sizeof(k_socket_kinds[0]);
-constexpr std::uint32_t k_stream_type = 1;  // kind 0, plus one
 
 // IPv4 addresses only; the length field (where the platform has one) stays 0 because the
 // length is always passed alongside.
@@ -40,28 +39,25 @@ sockaddr_in ipv4_address(std::uint32_t family, std::uint32_t network_address, st
   return address;
 }
 
-// A send on a broken stream would otherwise end the process. Once per process is enough:
-// zib never sets the disposition back, and a call per socket cost as much as the socket's
-// own send or receive.
-void ignore_broken_pipes() {
-  static const bool ignored = ::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
-  (void)ignored;
-}
-
 }  // namespace
 
-socket::socket() { ignore_broken_pipes(); }
+socket::socket() {
+  // A send on a broken stream would otherwise end the process; set on every construction
+  // because the disposition is process-wide and someone else may have changed it since.
+  ::signal(SIGPIPE, SIG_IGN);
+}
 
 socket::~socket() {
-  if (m_descriptor == -1) return;
-  // Only a stream has a peer to tell that nothing more comes; on a datagram socket the call
-  // fails (ENOTCONN) and would only cost a system call per query.
-  if (m_type == k_stream_type) ::shutdown(static_cast<int>(m_descriptor), SHUT_WR);
-  close();
+  if (m_descriptor != -1) {
+    ::shutdown(static_cast<int>(m_descriptor), SHUT_WR);
+    close();
+  }
 }
 
 socket::socket(socket&& other) noexcept
-    : m_type(other.m_type), m_family(other.m_family), m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+    : m_type(other.m_type), m_family(other.m_family), m_descriptor(std::exchange(other.m_descriptor, -1)) {
+  ::signal(SIGPIPE, SIG_IGN);
+}
 
 socket& socket::operator=(socket&& other) noexcept {
   if (this != &other) {
