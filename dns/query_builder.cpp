@@ -101,6 +101,15 @@ std::string random_digits(int count) {
   return digits;
 }
 
+std::string_view name_fault(std::string_view text) {
+  const auto labels = split_labels(text);
+  if (labels.empty()) return text.empty() ? "empty name" : "no label";
+  for (std::string_view label : labels) {
+    if (label.size() > k_max_label_size) return "label over 255 bytes";
+  }
+  return {};
+}
+
 bool build_query(DNS_RES_RECORD& record, std::string text, std::uint16_t type) {
   record.clear();
   // The ID is drawn first, so a failed build still uses up its draw, as every build does.

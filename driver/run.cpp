@@ -17,6 +17,7 @@
 #include "net/query_transaction.h"
 #include "params/input_params.h"
 #include "params/usage.h"
+#include "report/json_writer.h"
 #include "time/clock.h"
 
 namespace {
@@ -53,14 +54,18 @@ bool output_failed(std::ostream& out) {
   return true;
 }
 
+bool build(DNS_RES_RECORD& query, const std::string& name, const input_params& config) {
+  return build_query(query, name, static_cast<std::uint16_t>(config.query_type));
+}
+
 int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction) {
-  if (!build_query(query, config.query_name, static_cast<std::uint16_t>(config.query_type))) {
+  if (!build(query, config.query_name, config)) {
     print_error("prob building dns packet... aborting\n");
     return k_exit_fatal;
   }
   config.heading_pending = 1;
   errno = 0;
-  run_query(out, transaction, query, config);
+  run_query(out, transaction, query, config, {1, config.query_name});
   return output_failed(out) ? k_exit_fatal : k_exit_ok;
 }
 
@@ -71,14 +76,21 @@ bool ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, d
   const auto filters = build_filters(config.filters);
   config.heading_pending = 1;
   std::string line;
-  while (reader.read(line, true)) {
+  for (std::uint64_t number = 1; reader.read(line, true); ++number) {
     if (line.empty() || !filter_accepts(filters, line)) continue;
     config.query_name = line;
     transaction.clear();
-    // A line that cannot be encoded is skipped quietly, without the delay.
-    if (!build_query(query, line, static_cast<std::uint16_t>(config.query_type))) continue;
+    // A line that cannot be encoded is skipped without the delay: quietly in the reports made
+    // for reading, with its reason in JSON, where every name gets a result.
+    if (!build(query, line, config)) {
+      if (!config.json) continue;
+      errno = 0;
+      write_json_bad_name(out, number, line, name_fault(line));
+      if (output_failed(out)) return false;
+      continue;
+    }
     errno = 0;
-    run_query(out, transaction, query, config);
+    run_query(out, transaction, query, config, {number, line});
     if (output_failed(out)) return false;
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
   }
@@ -102,8 +114,9 @@ int zib_main(int argc, char** argv) {
     print_usage(std::cerr, program, config.tool_id);
     return k_exit_ok;
   }
+  // JSON Lines have no run header line: every line of the output is one object.
   if (!parsed) {
-    std::cout << header.str() << '\n' << std::flush;
+    if (!config.json) std::cout << header.str() << '\n' << std::flush;
     return k_exit_fatal;
   }
 
@@ -117,7 +130,7 @@ int zib_main(int argc, char** argv) {
   }
   std::ostream& out = config.results_file.empty() ? std::cout : results;
   errno = 0;
-  out << header.str() << '\n';
+  if (!config.json) out << header.str() << '\n';
   if (output_failed(out)) return k_exit_fatal;
 
   if (!lookup_requested(config)) {

@@ -29,30 +29,33 @@ std::uint16_t raw_id(const std::vector<std::uint8_t>& message) {
 }
 
 void write_row(std::ostream& out, DNS_RES_RECORD& record, const char* comment, const char* status,
-               input_params& config) {
-  if (config.xml)
+               input_params& config, const json_row_context& context) {
+  if (config.json)
+    write_json_row(record, out, comment, status, context, config);
+  else if (config.xml)
     write_xml_entry(record, out, config, status);  // the XML entry has no comment field
   else
     write_table_row(record, out, comment, status, config);
 }
 
 void write_section(std::ostream& out, std::vector<DNS_RES_RECORD>& records, const char* comment,
-                   input_params& config) {
-  for (DNS_RES_RECORD& record : records) write_row(out, record, comment, k_status_success, config);
+                   input_params& config, const json_row_context& context) {
+  for (DNS_RES_RECORD& record : records) write_row(out, record, comment, k_status_success, config, context);
 }
 
 }  // namespace
 
 int run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-              input_params& config) {
+              input_params& config, const query_origin& origin) {
   // A negative retry count switches the query off: nothing is sent, not even a row written.
   if (config.retry < 0) return 1;
   for (std::int32_t attempt = 0;; ++attempt) {
     transaction.clear();
     const bool answered = exchange(transaction, query, &config.server, config.timeout, config.port);
-    report_outcome(out, transaction, query, config);
+    report_outcome(out, transaction, query, config,
+                   {origin.line, origin.asked, attempt + 1, query.timestamp, &transaction});
     config.heading_pending = 0;
-    if (config.verbose && !config.xml) dump_attempt(out, transaction);
+    if (config.verbose && !config.xml && !config.json) dump_attempt(out, transaction);
     if (answered) return 1;
     // The pause follows every failed attempt, the last one included.
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
@@ -104,31 +107,31 @@ bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const 
 }
 
 int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                   input_params& config) {
+                   input_params& config, const json_row_context& context) {
   // Without a parsed reply the row is the query record itself: name, type, server, ID and
   // the time of sending.
   if (transaction.sent_length == 0) {
-    write_row(out, query, k_section_question, k_status_sock_err, config);
+    write_row(out, query, k_section_question, k_status_sock_err, config, context);
     return 1;
   }
   if (transaction.received_length == 0) {
-    write_row(out, query, k_section_question, k_status_timeout, config);
+    write_row(out, query, k_section_question, k_status_timeout, config, context);
     return 1;
   }
   const bool answered = !transaction.answers.empty();
   if (transaction.questions.empty() && !answered && transaction.authority.empty() &&
       transaction.additional.empty()) {
-    write_row(out, query, k_section_question, k_status_unkresp, config);
+    write_row(out, query, k_section_question, k_status_unkresp, config, context);
     return 1;
   }
   // Questions are shown only when they went unanswered, and never for a CNAME query, whose
   // empty answer is a meaningful "no alias" rather than a failure.
   if (!answered && query.type != k_type_cname) {
     for (DNS_RES_RECORD& question : transaction.questions)
-      write_row(out, question, k_section_question, k_status_invalid, config);
+      write_row(out, question, k_section_question, k_status_invalid, config, context);
   }
-  write_section(out, transaction.answers, k_section_answer, config);
-  write_section(out, transaction.authority, k_section_authority, config);
-  write_section(out, transaction.additional, k_section_additions, config);
+  write_section(out, transaction.answers, k_section_answer, config, context);
+  write_section(out, transaction.authority, k_section_authority, config, context);
+  write_section(out, transaction.additional, k_section_additions, config, context);
   return 1;
 }

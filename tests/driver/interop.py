@@ -4,7 +4,7 @@ a port picked here, serving the zones of tests/data. dig, asked the same questio
 for every record zib decodes; the masked reports are compared with expected/interop.expected.
 
     interop.py ZIB [--update]"""
-import difflib, os, re, shutil, signal, socket, subprocess, sys, tempfile, time
+import difflib, json, os, re, shutil, signal, socket, subprocess, sys, tempfile, time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "support"))
 from zibtest import DATA, golden, mask, run_zib
@@ -34,6 +34,7 @@ CASES = [
     ("-url_pipe -csv", PIPED, [(n, "A") for n in PIPED.split()]),
     ("-url_pipe", PIPED, []),
     ("-url_pipe -xml", PIPED, []),
+    ("-url_pipe -json", PIPED, []),  # each object's rcode and flags checked against dig's header
 ]
 
 
@@ -95,6 +96,19 @@ def dig_rows(port, name, qtype):
     return rows
 
 
+def header_mismatches(port, out):
+    """JSON objects whose rcode and flags are not what dig reads in the same reply's header (dig
+    is told to set RD, as zib does)."""
+    for o in map(json.loads, out.decode().splitlines()):
+        text = dig(port, o["asked"], "A", "+rec")  # the -url_pipe question
+        flags = re.search(r";; flags:([a-z ]*);", text)[1].split()
+        if (o["rcode"], o["flags"]) != (re.search(r"status: (\w+)", text)[1], [f for f in ZIB_FLAGS if f in flags]):
+            yield "zib %s: rcode %s flags %s; dig:\n%s" % (o["asked"], o["rcode"], o["flags"], text)
+
+
+ZIB_FLAGS = ("aa", "tc", "rd", "ra", "ad", "cd")
+
+
 def zib_rows(out):
     """zib's CSV rows after the run header and the heading, in the shape of dig_rows."""
     rows = [line.split(",", 12) + [""] * 12 for line in out.decode("latin-1").split("\n")[2:-1]]
@@ -116,6 +130,9 @@ def main():
                 status, out, err = run_zib(zib, argv, stdin.encode())
                 report += mask("== $ zib %s\n%s-- stderr\n%s-- exit %d\n" % (
                     " ".join(argv), out.decode("utf-8", "backslashreplace"), err.decode("utf-8", "backslashreplace"), status), port)
+                for mismatch in header_mismatches(port, out) if "-json" in argv else ():
+                    failed = True
+                    print(mismatch)
                 expected = [row for q in questions for row in dig_rows(port, *q)]
                 if questions and zib_rows(out) != expected:
                     failed = True

@@ -3,7 +3,7 @@
 "-server 127.0.0.1 -port P"), scripts and inputs; outputs masked, compared with expected/GROUP.expected.
 
     scenarios.py ZIB GROUP [--update] [--wrap "valgrind ..."]"""
-import os, shlex, sys
+import json, os, shlex, sys
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from zibtest import (Responder, act, capture, foreign, golden, mask, name, peak_memory, raw, reply,
                      rr, run_zib)
@@ -18,6 +18,8 @@ ODD_DATA = reply(an=[rr(1, bytes([1, 2, 3, 4, 5, 6])), rr(2, b"\xc0\xff"), rr(15
 SHORT = raw(bytes.fromhex("2a0081800001"))
 NOT_A_RESPONSE = raw(bytes.fromhex("2a0001000001000000000000"))
 TXT_AMP = reply(an=[rr(16, b"\x09a,b|c&<d>")])
+BYTES = "".join(chr(b) for b in range(1, 256) if b not in b"\n.")  # fgets stops at NUL
+EVERY_BYTE = ".".join(BYTES[i:i + 63] for i in range(0, len(BYTES), 63))  # labels the decoder reads
 
 # (title, arguments, responder script, standard input); every group is one ctest test.
 GROUPS = {
@@ -115,7 +117,37 @@ GROUPS = {
         ("results file", "-url_pipe @ -xml -out /dev/stdout", [WWW], "www.example.test\n"),
         ("heading once for a run", "-url_pipe @ -timeout 0 -retry 1", [], "a.test\nb.test\n"),
     ],
+    # -json: each line must parse (run_row checks).
+    "json": [
+        ("flags and data, verbose", "-url a.test @ -json -verbose", [reply([rr(1, bytes([192, 0, 2, 7]))], flags=0x87b0)], ""),
+        ("NOERROR without data", "-url a.test @ -json", [QUESTION_ONLY], ""),
+        ("NXDOMAIN", "-url nope.example.test @ -json", [NX], ""),
+        ("FORMERR", "-url a.test @ -json", [reply(flags=0x8181)], ""),
+        ("SERVFAIL", "-url a.test @ -json", [reply(flags=0x8182)], ""),
+        ("NOTIMP", "-url a.test @ -json", [reply(flags=0x8184)], ""),
+        ("REFUSED", "-url a.test @ -json", [reply(flags=0x8185)], ""),
+        ("an rcode without a name", "-url a.test @ -json", [reply(flags=0x818c)], ""),
+        ("unparsable reply", "-url a.test @ -json", [raw(bytes.fromhex("2a00818000010000000000000c00010001"))], ""),
+        ("time-out", "-url a.test @ -json -timeout 0", [], ""),
+        ("bad names, filtered and empty lines", "-url_pipe @ -json -timeout 0 -filter '*.test'", [],
+         "a.test\n\nb.drop\n" + "x" * 256 + ".test\n.test\nc.test"),
+        ("every byte in a name and in TXT data", "-txt_pipe @ -json", [reply([rr(16, bytes(range(256)))])], EVERY_BYTE + ".test\n"),
+        ("JSON wins over XML and CSV; no header even on error", "-url a.test -xml -csv -json", None, ""),
+    ],
 }
+# Rows of other groups again in JSON: the objects say what the rows said. (Starved of
+# descriptors, the sanitizer build cannot run at all: that row stays with its own group.)
+GROUPS["json_rows"] = [(t, a + " -json", s, i) for t, a, s, i in GROUPS["lookups"] + GROUPS["transport"]
+                       if t != "no descriptor to spare"]
+
+
+def json_lines(out):
+    """Every line must parse as one JSON object; a line that does not is flagged in the output."""
+    for line in out.decode("latin-1").splitlines():
+        try:
+            assert isinstance(json.loads(line), dict)
+        except (ValueError, AssertionError):
+            yield "NOT A JSON OBJECT: %r\n" % line
 
 
 def run_row(zib, row, wrap):
@@ -134,12 +166,13 @@ def run_row(zib, row, wrap):
     if title == "no descriptor to spare":  # the results file takes the last one: "sock err"
         import resource
         popen["preexec_fn"] = lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (4, 4))
-    status, out, err = run_zib(zib, argv, None if stdin is None else stdin.encode(), wrap=wrap, **popen)
+    status, out, err = run_zib(zib, argv, None if stdin is None else stdin.encode("latin-1"), wrap=wrap, **popen)
     if "stdout" in popen:
         os.close(popen["stdout"])
     asked = responder.close() if responder else ""
-    block = "== %s\n$ zib %s\n%s-- stderr\n%s-- exit %d\n" % (
+    block = "== %s\n$ zib %s\n%s%s-- stderr\n%s-- exit %d\n" % (
         title, " ".join(shlex.quote(a) for a in argv), out.decode("utf-8", "backslashreplace"),
+        "".join(json_lines(out)) if "-json" in argv else "",
         err.decode("utf-8", "backslashreplace"), status)
     return mask(block.replace(zib, "zib"), port) + asked
 
