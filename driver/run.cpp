@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -58,19 +59,23 @@ bool build(DNS_RES_RECORD& query, const std::string& name, const input_params& c
   return build_query(query, name, static_cast<std::uint16_t>(config.query_type));
 }
 
-int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction) {
+void note(name_outcome& worst, name_outcome outcome) { worst = std::max(worst, outcome); }
+
+int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction,
+               name_outcome& worst) {
   if (!build(query, config.query_name, config)) {
     print_error("prob building dns packet... aborting\n");
     return k_exit_fatal;
   }
   config.heading_pending = 1;
   errno = 0;
-  run_query(out, transaction, query, config, {1, config.query_name});
+  note(worst, run_query(out, transaction, query, config, {1, config.query_name}));
   return output_failed(out) ? k_exit_fatal : k_exit_ok;
 }
 
 // Returns false when the output failed; the rest of the input is then left unread.
-bool ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction) {
+bool ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction,
+               name_outcome& worst) {
   qvportdir::stdin_stream_ex reader(config);
   if (!config.use_stdin || !reader.init_to_stdin()) return true;
   const auto filters = build_filters(config.filters);
@@ -83,6 +88,7 @@ bool ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, d
     // A line that cannot be encoded is skipped without the delay: quietly in the reports made
     // for reading, with its reason in JSON, where every name gets a result.
     if (!build(query, line, config)) {
+      note(worst, name_outcome::no_reply);
       if (!config.json) continue;
       errno = 0;
       write_json_bad_name(out, number, line, name_fault(line));
@@ -90,7 +96,7 @@ bool ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, d
       continue;
     }
     errno = 0;
-    run_query(out, transaction, query, config, {number, line});
+    note(worst, run_query(out, transaction, query, config, {number, line}));
     if (output_failed(out)) return false;
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
   }
@@ -142,12 +148,14 @@ int zib_main(int argc, char** argv) {
 
   DNS_RES_RECORD query;
   dns_packet_transaction transaction;
+  name_outcome worst = name_outcome::answered;
   if (!config.use_stdin && !config.use_enumdir) {
-    if (ask_single(out, config, query, transaction) != k_exit_ok) return k_exit_fatal;
-  } else if (!ask_piped(out, config, query, transaction)) {
+    if (ask_single(out, config, query, transaction, worst) != k_exit_ok) return k_exit_fatal;
+  } else if (!ask_piped(out, config, query, transaction, worst)) {
     return k_exit_fatal;
   }
   errno = 0;
   if (config.xml) out << "</logdata>\n";
-  return output_failed(out) ? k_exit_fatal : k_exit_ok;
+  if (output_failed(out)) return k_exit_fatal;
+  return config.strict_exit ? static_cast<int>(worst) : k_exit_ok;
 }

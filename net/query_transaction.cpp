@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "dns/message_header.h"
 #include "dns/response_parser.h"
 #include "net/socket.h"
 #include "report/hex_view.h"
@@ -28,6 +29,9 @@ std::uint16_t raw_id(const std::vector<std::uint8_t>& message) {
   return static_cast<std::uint16_t>(low | (high << 8));
 }
 
+constexpr std::uint8_t k_rcode_noerror = 0;
+constexpr std::uint8_t k_rcode_nxdomain = 3;
+
 void write_row(std::ostream& out, DNS_RES_RECORD& record, const char* comment, const char* status,
                input_params& config, const json_row_context& context) {
   if (config.json)
@@ -43,12 +47,23 @@ void write_section(std::ostream& out, std::vector<DNS_RES_RECORD>& records, cons
   for (DNS_RES_RECORD& record : records) write_row(out, record, comment, k_status_success, config, context);
 }
 
+name_outcome classify(const dns_packet_transaction& transaction, bool answered) {
+  if (transaction.sent_length == 0 || transaction.received_length == 0) return name_outcome::no_reply;
+  if (!answered) return name_outcome::failed;
+  // A reply shorter than its header can still pass the parser, which reads zeros past the end.
+  const auto header = read_message_header(transaction.received);
+  if (!header) return name_outcome::failed;
+  if (header->rcode == k_rcode_nxdomain) return name_outcome::empty;
+  if (header->rcode != k_rcode_noerror) return name_outcome::failed;
+  return transaction.answers.empty() ? name_outcome::empty : name_outcome::answered;
+}
+
 }  // namespace
 
-int run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-              input_params& config, const query_origin& origin) {
+name_outcome run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                       input_params& config, const query_origin& origin) {
   // A negative retry count switches the query off: nothing is sent, not even a row written.
-  if (config.retry < 0) return 1;
+  if (config.retry < 0) return name_outcome::no_reply;
   for (std::int32_t attempt = 0;; ++attempt) {
     transaction.clear();
     const bool answered = exchange(transaction, query, &config.server, config.timeout, config.port);
@@ -56,10 +71,10 @@ int run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RE
                    {origin.line, origin.asked, attempt + 1, query.timestamp, &transaction});
     config.heading_pending = 0;
     if (config.verbose && !config.xml && !config.json) dump_attempt(out, transaction);
-    if (answered) return 1;
+    if (answered) return classify(transaction, answered);
     // The pause follows every failed attempt, the last one included.
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
-    if (attempt >= config.retry) return 1;
+    if (attempt >= config.retry) return classify(transaction, answered);
   }
 }
 

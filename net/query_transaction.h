@@ -22,9 +22,18 @@ struct query_origin {
   std::string_view asked;  // the name as asked
 };
 
-// Up to retry+1 attempts; writes every attempt's rows (and the verbose dump). Returns 1.
-int run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-              input_params& config, const query_origin& origin = {});
+// How a name fared, from best to worst; the value is its -strict_exit status. The last
+// attempt decides, so a time-out followed by an answer counts as the answer.
+enum class name_outcome {
+  answered = 0,  // NOERROR with answer records
+  empty = 1,     // NXDOMAIN, or NOERROR without answers
+  failed = 2,    // another response code, or a reply that cannot be used (unparsable, foreign ID)
+  no_reply = 3,  // nothing sent or nothing received; also a name never asked
+};
+
+// Up to retry+1 attempts; writes every attempt's rows (and the verbose dump).
+name_outcome run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                       input_params& config, const query_origin& origin = {});
 
 // One attempt on the wire. True when a reply arrived, parsed, and carries the query's ID.
 bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const std::string* server,

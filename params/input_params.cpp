@@ -94,5 +94,6 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
   take_number(args, "-timeout", timeout);
   take_number(args, "-retry", retry);
   take_number(args, "-delay", delay);
+  if (take_switch(args, "-strict_exit")) strict_exit = 1;
   return take_port(args, port) ? 1 : 0;
 }
