@@ -55,8 +55,10 @@ bool output_failed(std::ostream& out) {
   return true;
 }
 
+// The name is encoded as the lookup option encodes it, whatever type -qtype asks for.
 bool build(DNS_RES_RECORD& query, const std::string& name, const input_params& config) {
-  return build_query(query, name, static_cast<std::uint16_t>(config.query_type));
+  const auto lookup_type = static_cast<std::uint16_t>(config.query_type);
+  return build_query_for(query, name, lookup_type, config.asked_type.value_or(lookup_type));
 }
 
 void note(name_outcome& worst, name_outcome outcome) { worst = std::max(worst, outcome); }

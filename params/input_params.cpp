@@ -3,6 +3,8 @@
 #include <iostream>
 #include <string_view>
 
+#include "dns/record_types.h"
+
 namespace {
 
 struct pipe_option {
@@ -45,6 +47,25 @@ bool take_port(arg_list& args, std::uint16_t& port) {
   }
   port = static_cast<std::uint16_t>(number);
   return true;
+}
+
+// A mnemonic first, since some read as numbers ("MX" holds the hexadecimal marker "x"); then a
+// number. Anything else stops the run, like a bad port: asking another type than the user
+// meant would give answers to the wrong question.
+bool take_asked_type(arg_list& args, std::optional<std::uint16_t>& type) {
+  const auto value = take_value(args, "-qtype");
+  if (!value) return true;
+  if (const auto code = type_code(*value)) {
+    type = code;
+    return true;
+  }
+  std::int32_t number = -1;
+  if (read_number(*value, number) && number >= 0 && number <= 65535) {
+    type = static_cast<std::uint16_t>(number);
+    return true;
+  }
+  std::cerr << "invalid query type: " << *value << '\n';
+  return false;
 }
 
 }  // namespace
@@ -95,5 +116,5 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
   take_number(args, "-retry", retry);
   take_number(args, "-delay", delay);
   if (take_switch(args, "-strict_exit")) strict_exit = 1;
-  return take_port(args, port) ? 1 : 0;
+  return take_port(args, port) && take_asked_type(args, asked_type) ? 1 : 0;
 }

@@ -4,7 +4,7 @@ a port picked here, serving the zones of tests/data. dig, asked the same questio
 for every record zib decodes; the masked reports are compared with expected/interop.expected.
 
     interop.py ZIB [--update]"""
-import difflib, json, os, re, shutil, signal, socket, subprocess, sys, tempfile, time
+import difflib, ipaddress, json, os, re, shutil, signal, socket, subprocess, sys, tempfile, time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "support"))
 from zibtest import DATA, golden, mask, run_zib
@@ -31,6 +31,8 @@ CASES = [
     ("-cname alias.example.test -csv", "", [("alias.example.test", "CNAME")]),
     ("-cname www.example.test -csv", "", [("www.example.test", "CNAME")]),  # no answer, no question row
     ("-txt example.test -csv", "", [("example.test", "TXT")]),
+    ("-url www.example.test -qtype AAAA -csv", "", [("www.example.test", "AAAA")]),
+    ("-url example.test -qtype soa -csv", "", [("example.test", "SOA")]),
     ("-url_pipe -csv", PIPED, [(n, "A") for n in PIPED.split()]),
     ("-url_pipe", PIPED, []),
     ("-url_pipe -xml", PIPED, []),
@@ -69,12 +71,15 @@ def stop_nsd(nsd):
 
 
 def as_zib_data(qtype, data):
-    """dig's data as zib's CSV writes it: MX/SOA fields joined by ";", TXT with its length octets."""
+    """dig's data as zib's CSV writes it: MX/SOA fields joined by ";", TXT with its length octets,
+    AAAA with every group and no leading zeros."""
     if qtype in ("MX", "SOA"):
         f = data.split(" ")
         return ";".join(f[:2] + ["0x%08x" % int(n) for n in f[2:]])
     if qtype == "TXT":
         return "".join(chr(len(s)) + s for s in re.findall(r'"([^"]*)"', data)).replace("\r", " ").replace("\n", " ")
+    if qtype == "AAAA":
+        return ":".join("%x" % int(g, 16) for g in ipaddress.ip_address(data).exploded.split(":"))
     return data
 
 

@@ -138,6 +138,13 @@ GROUPS = {
          "a.test\n\nb.drop\n" + "x" * 256 + ".test\n.test\nc.test"),
         ("bad name without JSON: skipped, counted", "-ip_pipe @ -strict_exit", [capture("nsd-ptr-reverse")], "..\n192.0.2.10\n"),
         ("every byte in a name and in TXT data", "-txt_pipe @ -json", [reply([rr(16, bytes(range(256)))])], EVERY_BYTE + ".test\n"),
+        ("qtype: the reverse name stays", "-ip 192.0.2.10 @ -qtype txt -timeout 0 -xml", [], ""),
+        ("qtype by number: unk in CSV", "-url a.test @ -qtype 0x41 -csv", [reply([rr(65, b"\x00\x01\x00")])], ""),
+        ("qtype by number: its mnemonic in JSON", "-url a.test @ -qtype 65 -json", [reply([rr(65, b"\x00\x01\x00")])], ""),
+        ("qtype in the generic form, piped", "-mx_pipe @ -qtype type0 -timeout 0 -json", [], "a.test\n"),
+        ("qtype unknown", "-url a.test @ -qtype bogus", None, ""),
+        ("qtype out of range", "-url a.test @ -qtype 65536 -json", None, ""),
+        ("qtype negative", "-url a.test @ -qtype -1", None, ""),
         ("JSON wins over XML and CSV; no header even on error", "-url a.test -xml -csv -json", None, ""),
     ],
 }
