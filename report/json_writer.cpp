@@ -1,6 +1,7 @@
 #include "report/json_writer.h"
 
 #include <span>
+#include <utility>
 
 #include "dns/message_header.h"
 #include "dns/record_types.h"
@@ -17,6 +18,8 @@ constexpr std::uint64_t k_ticks_per_millisecond = k_ticks_per_second / 1000;
 
 const field_format k_two_digits{2, field_align::right, '0', false};
 
+// Every object is made in a row of its own that starts with its "{", so a member follows
+// another exactly when the row holds more than that brace.
 void key(std::string& out, std::string_view name) {
   if (out.size() > 1) out += ',';
   out += '"';
@@ -27,6 +30,11 @@ void key(std::string& out, std::string_view name) {
 void string_field(std::string& out, std::string_view name, std::string_view value) {
   key(out, name);
   append_json_string(out, value);
+}
+
+void null_field(std::string& out, std::string_view name) {
+  key(out, name);
+  out += "null";
 }
 
 void number_field(std::string& out, std::string_view name, std::uint64_t value) {
@@ -104,12 +112,10 @@ void rtt_field(std::string& out, std::uint64_t sent_at, std::uint64_t received_a
 // A whole message of the attempt in hex, or null when there was none.
 void message_field(std::string& out, std::string_view name, std::uint32_t length,
                    std::span<const std::uint8_t> bytes, report_row& scratch) {
-  if (length != 0) {
+  if (length != 0)
     hex_field(out, name, bytes, scratch);
-    return;
-  }
-  key(out, name);
-  out += "null";
+  else
+    null_field(out, name);
 }
 
 void attempt_fields(std::string& out, const json_row_context& context, const input_params& config,
@@ -118,19 +124,15 @@ void attempt_fields(std::string& out, const json_row_context& context, const inp
   const bool received = t != nullptr && t->received_length != 0;
   const auto header = received ? read_message_header(t->received) : std::nullopt;
   number_field(out, "attempt", static_cast<std::uint64_t>(context.attempt));
-  if (header) {
+  if (header)
     rcode_field(out, *header);
-  } else {
-    key(out, "rcode");  // no reply, or one too short to hold a header
-    out += "null";
-  }
+  else
+    null_field(out, "rcode");  // no reply, or one too short to hold a header
   flags_field(out, header ? &*header : nullptr);
-  if (received) {
+  if (received)
     rtt_field(out, context.sent_at, t->received_at);
-  } else {
-    key(out, "rtt_ms");
-    out += "null";
-  }
+  else
+    null_field(out, "rtt_ms");
   if (!config.verbose) return;
   static const dns_packet_transaction nothing;
   const dns_packet_transaction& attempt = t != nullptr ? *t : nothing;
