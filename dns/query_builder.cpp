@@ -101,11 +101,25 @@ std::string random_digits(int count) {
   return digits;
 }
 
+std::string_view name_fault(std::string_view text) {
+  const auto labels = split_labels(text);
+  if (labels.empty()) return text.empty() ? "empty name" : "no label";
+  for (std::string_view label : labels) {
+    if (label.size() > k_max_label_size) return "label over 255 bytes";
+  }
+  return {};
+}
+
 bool build_query(DNS_RES_RECORD& record, std::string text, std::uint16_t type) {
+  return build_query_for(record, std::move(text), type, type);
+}
+
+bool build_query_for(DNS_RES_RECORD& record, std::string text, std::uint16_t lookup_type,
+                     std::uint16_t type) {
   record.clear();
   // The ID is drawn first, so a failed build still uses up its draw, as every build does.
   const auto id = static_cast<std::uint16_t>(std::stoi(random_digits(k_id_digits)));
-  const auto qname = encode_qname(text, type);
+  const auto qname = encode_qname(text, lookup_type);
   if (!qname) return false;
 
   std::vector<std::uint8_t> packet;

@@ -13,6 +13,15 @@
 // Returns false, leaving the record cleared, when the name cannot be encoded.
 bool build_query(DNS_RES_RECORD& record, std::string text, std::uint16_t type);
 
+// The same, asking for `asked_type` with the name encoded as the lookup of `lookup_type`
+// encodes it (-qtype): build_query(r, t, x) is build_query_for(r, t, x, x).
+bool build_query_for(DNS_RES_RECORD& record, std::string text, std::uint16_t lookup_type,
+                     std::uint16_t asked_type);
+
+// Why `text` cannot be encoded as a name, in a few words; empty when it can. Forward and
+// reverse names fail for the same reasons.
+std::string_view name_fault(std::string_view text);
+
 // Wire form of a dotted name, or nullopt (empty text, only dots, a label over 255 bytes).
 std::optional<std::vector<std::uint8_t>> encode_name(std::string_view text);
 

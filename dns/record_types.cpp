@@ -1,6 +1,7 @@
 #include "dns/record_types.h"
 
 #include <algorithm>
+#include <initializer_list>
 
 namespace {
 
@@ -24,13 +25,64 @@ constexpr record_type_info k_record_types[] = {
 
 constexpr std::string_view k_unknown_type = "unk";
 
+// Where the usual mnemonic differs from the report table's, or the table has none. Looked up
+// before the report table; to add a type, add its row in code order.
+constexpr record_type_info k_usual_types[] = {
+    {23, "NSAP-PTR"}, {43, "DS"},     {52, "TLSA"},     {53, "SMIMEA"},   {59, "CDS"},
+    {60, "CDNSKEY"},  {61, "OPENPGPKEY"}, {62, "CSYNC"}, {63, "ZONEMD"},  {64, "SVCB"},
+    {65, "HTTPS"},    {108, "EUI48"}, {109, "EUI64"},   {253, "MAILB"},   {256, "URI"},
+    {257, "CAA"},
+};
+
+constexpr std::string_view k_generic_prefix = "TYPE";
+
+template <std::size_t N>
+std::optional<std::string_view> find_name(const record_type_info (&table)[N], std::uint16_t code) {
+  const auto* it = std::lower_bound(std::begin(table), std::end(table), code,
+                                    [](const record_type_info& row, std::uint16_t c) { return row.code < c; });
+  if (it == std::end(table) || it->code != code) return std::nullopt;
+  return it->name;
+}
+
+bool same_ignoring_case(std::string_view a, std::string_view b) {
+  const auto upper = [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; };
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                            [&](char x, char y) { return upper(x) == upper(y); });
+}
+
+// "TYPE" and 1 to 5 decimal digits up to 65535; leading zeros are allowed, as RFC 3597 does not
+// forbid them.
+std::optional<std::uint16_t> generic_code(std::string_view text) {
+  if (text.size() <= k_generic_prefix.size() || !same_ignoring_case(text.substr(0, 4), k_generic_prefix))
+    return std::nullopt;
+  std::uint32_t value = 0;
+  for (char c : text.substr(k_generic_prefix.size())) {
+    if (c < '0' || c > '9') return std::nullopt;
+    value = value * 10 + static_cast<std::uint32_t>(c - '0');
+    if (value > 65535) return std::nullopt;
+  }
+  return static_cast<std::uint16_t>(value);
+}
+
 }  // namespace
 
 std::span<const record_type_info> record_types() { return k_record_types; }
 
 std::string_view record_type_name(std::uint16_t code) {
-  const auto* end = std::end(k_record_types);
-  const auto* it = std::lower_bound(std::begin(k_record_types), end, code,
-                                    [](const record_type_info& row, std::uint16_t c) { return row.code < c; });
-  return (it != end && it->code == code) ? it->name : k_unknown_type;
+  return find_name(k_record_types, code).value_or(k_unknown_type);
+}
+
+std::string usual_type_name(std::uint16_t code) {
+  if (const auto name = find_name(k_usual_types, code)) return std::string(*name);
+  if (const auto name = find_name(k_record_types, code)) return std::string(*name);
+  return std::string(k_generic_prefix) + std::to_string(code);
+}
+
+std::optional<std::uint16_t> type_code(std::string_view mnemonic) {
+  for (const std::span<const record_type_info> table : {std::span<const record_type_info>(k_usual_types), record_types()}) {
+    for (const record_type_info& row : table) {
+      if (same_ignoring_case(row.name, mnemonic)) return row.code;
+    }
+  }
+  return generic_code(mnemonic);
 }

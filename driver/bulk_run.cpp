@@ -2,15 +2,18 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <vector>
 
+#include "dns/query_builder.h"
 #include "driver/error_printer.h"
 #include "driver/output_file.h"
 #include "net/event_loop.h"
 #include "net/interrupt.h"
+#include "report/json_writer.h"
 
 namespace {
 
@@ -70,6 +73,7 @@ class slot_fifo {
 struct finished_attempt {
   DNS_RES_RECORD query;
   dns_packet_transaction transaction;
+  bool answered = false;
 };
 
 // One name's life: queued to send, waiting for its reply, pausing before the next attempt,
@@ -77,7 +81,7 @@ struct finished_attempt {
 struct name_slot {
   enum class state { free, queued, waiting, pausing, done };
   state now = state::free;
-  DNS_RES_RECORD query;
+  name_entry name;                     // its query is the one sent
   dns_packet_transaction transaction;  // the attempt in flight
   qv::socket link;
   clock::time_point due{};             // end of the wait or of the pause
@@ -87,8 +91,8 @@ struct name_slot {
 class bulk_scheduler {
  public:
   bulk_scheduler(std::ostream& out, input_params& config, const query_source& next, const run_extras& extras,
-                 run_progress& progress)
-      : m_out(out), m_config(config), m_next(next), m_extras(extras), m_progress(progress),
+                 run_progress& progress, name_outcome& worst)
+      : m_out(out), m_config(config), m_next(next), m_extras(extras), m_progress(progress), m_worst(worst),
         m_ring(allowed_in_flight(static_cast<std::size_t>(config.inflight))), m_queued(m_ring.size()),
         m_waiting(m_ring.size()), m_pausing(m_ring.size()), m_wait(wait_of(config)),
         m_pause(std::chrono::seconds(static_cast<unsigned>(config.delay))) {}
@@ -119,12 +123,14 @@ class bulk_scheduler {
   void admit() {
     while (!m_input_done && m_started - m_written < m_ring.size() && interrupt_signal() == 0) {
       name_slot& slot = slot_of(m_started);
-      if (!m_next(slot.query)) {
+      if (!m_next(slot.name)) {
         m_input_done = true;
         break;
       }
-      // A negative retry count switches every query off: the name is done at once, silently.
-      slot.now = m_config.retry < 0 ? name_slot::state::done : name_slot::state::queued;
+      // A name that cannot be built, and every name when a negative retry count switches the
+      // queries off, is done at once: silently, or for the bad name its JSON object.
+      const bool asked = slot.name.built && m_config.retry >= 0;
+      slot.now = asked ? name_slot::state::queued : name_slot::state::done;
       if (slot.now == name_slot::state::queued) m_queued.push(index_of(m_started));
       ++m_started;
     }
@@ -145,7 +151,7 @@ class bulk_scheduler {
 
   void start_attempt(std::size_t index, clock::time_point now) {
     name_slot& slot = m_ring[index];
-    slot.link = send_query(slot.transaction, slot.query, &m_config.server, m_config.port);
+    slot.link = send_query(slot.transaction, slot.name.query, &m_config.server, m_config.port);
     const int descriptor = static_cast<int>(slot.link.descriptor());
     if (descriptor == -1) {
       finish_attempt(index, false, now);  // "sock err"
@@ -169,7 +175,7 @@ class bulk_scheduler {
       m_waiting.remove(index);
     }
     slot.link.close();  // before any row is written, as in the sequential run
-    slot.attempts.push_back({slot.query, std::move(slot.transaction)});
+    slot.attempts.push_back({slot.name.query, std::move(slot.transaction), answered});
     slot.transaction.clear();
     const bool more = !answered && slot.attempts.size() <= static_cast<std::size_t>(m_config.retry);
     if (!more) {
@@ -207,7 +213,7 @@ class bulk_scheduler {
     for (const int descriptor : ready) {
       const std::size_t index = m_slot_of_descriptor[static_cast<std::size_t>(descriptor)];
       name_slot& slot = m_ring[index];
-      const bool answered = take_reply(slot.transaction, slot.query, &m_config.server, slot.link);
+      const bool answered = take_reply(slot.transaction, slot.name.query, &m_config.server, slot.link);
       finish_attempt(index, answered, now);
     }
     while (!m_waiting.empty() && m_ring[m_waiting.front()].due <= now) finish_attempt(m_waiting.front(), false, now);
@@ -227,9 +233,7 @@ class bulk_scheduler {
     errno = 0;
     while (m_written < m_started && slot_of(m_written).now == name_slot::state::done) {
       name_slot& slot = slot_of(m_written);
-      if (!slot.attempts.empty() && m_extras.summary) m_extras.summary->count_name();
-      for (finished_attempt& attempt : slot.attempts)
-        report_attempt(m_out, attempt.transaction, attempt.query, m_config, m_extras.summary);
+      write_name(slot);
       slot.attempts.clear();
       slot.now = name_slot::state::free;
       ++m_written;
@@ -238,11 +242,33 @@ class bulk_scheduler {
     return !m_output_failed;
   }
 
+  // What the sequential run writes for the name, and its outcome: the last attempt decides.
+  void write_name(name_slot& slot) {
+    const name_entry& name = slot.name;
+    if (!name.built) {
+      m_worst = std::max(m_worst, name_outcome::no_reply);
+      if (m_config.json) write_json_bad_name(m_out, name.line, name.asked, name_fault(name.asked));
+      return;
+    }
+    if (slot.attempts.empty()) {  // queries switched off
+      m_worst = std::max(m_worst, name_outcome::no_reply);
+      return;
+    }
+    if (m_extras.summary) m_extras.summary->count_name();
+    const query_origin origin{name.line, name.asked};
+    std::int32_t number = 0;
+    for (finished_attempt& attempt : slot.attempts)
+      report_attempt(m_out, attempt.transaction, attempt.query, m_config, m_extras.summary, origin, ++number);
+    const finished_attempt& last = slot.attempts.back();
+    m_worst = std::max(m_worst, classify_attempt(last.transaction, last.answered));
+  }
+
   std::ostream& m_out;
   input_params& m_config;
   const query_source& m_next;
   const run_extras& m_extras;
   run_progress& m_progress;
+  name_outcome& m_worst;
   std::vector<name_slot> m_ring;
   slot_fifo m_queued;
   slot_fifo m_waiting;
@@ -260,7 +286,7 @@ class bulk_scheduler {
 }  // namespace
 
 bool run_bulk(std::ostream& out, input_params& config, const query_source& next, const run_extras& extras,
-              run_progress& progress) {
-  bulk_scheduler scheduler(out, config, next, extras, progress);
+              run_progress& progress, name_outcome& worst) {
+  bulk_scheduler scheduler(out, config, next, extras, progress, worst);
   return scheduler.run();
 }

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -23,6 +24,7 @@
 #include "net/query_transaction.h"
 #include "params/input_params.h"
 #include "params/usage.h"
+#include "report/json_writer.h"
 #include "time/clock.h"
 
 namespace {
@@ -62,48 +64,74 @@ struct run_state {
 
 bool bulk_mode(const input_params& config) { return config.inflight > 1; }
 
+// The name is encoded as the lookup option encodes it, whatever type -qtype asks for.
+bool build(DNS_RES_RECORD& query, const std::string& name, const input_params& config) {
+  const auto lookup_type = static_cast<std::uint16_t>(config.query_type);
+  return build_query_for(query, name, lookup_type, config.asked_type.value_or(lookup_type));
+}
+
+void note(name_outcome& worst, name_outcome outcome) { worst = std::max(worst, outcome); }
+
 int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction,
-               run_state& run) {
-  if (!build_query(query, config.query_name, static_cast<std::uint16_t>(config.query_type))) {
+               run_state& run, name_outcome& worst) {
+  if (!build(query, config.query_name, config)) {
     print_error("prob building dns packet... aborting\n");
     return k_exit_fatal;
   }
   config.heading_pending = 1;
   if (bulk_mode(config)) {
     bool given = false;
-    const query_source once = [&](DNS_RES_RECORD& next) { return !std::exchange(given, true) && (next = query, true); };
-    return run_bulk(out, config, once, run.extras, run.progress) ? k_exit_ok : k_exit_fatal;
+    const query_source once = [&](name_entry& next) {
+      if (std::exchange(given, true)) return false;
+      next = {query, 1, config.query_name, true};
+      return true;
+    };
+    return run_bulk(out, config, once, run.extras, run.progress, worst) ? k_exit_ok : k_exit_fatal;
   }
   errno = 0;
-  run_query(out, transaction, query, config, run.extras);
+  note(worst, run_query(out, transaction, query, config, run.extras, {1, config.query_name}));
   return output_failed(out) ? k_exit_fatal : k_exit_ok;
 }
 
 // Returns false when the output failed; the rest of the input is then left unread. A stop
 // signal ends the reading: a line cut short by it is not asked.
-bool ask_piped(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction,
-               run_state& run) {
+bool ask_piped(std::ostream& out, input_params& config, dns_packet_transaction& transaction, run_state& run,
+               name_outcome& worst) {
   qvportdir::stdin_stream_ex reader(config);
   if (!config.use_stdin || !reader.init_to_stdin()) return true;
   const auto filters = build_filters(config.filters);
   config.heading_pending = 1;
   std::string line;
-  // The next line worth asking, built into `next`. A line that cannot be encoded is skipped
-  // quietly, without the delay.
-  const query_source next_query = [&](DNS_RES_RECORD& next) {
+  std::uint64_t number = 0;
+  // The next line worth asking, with its number, built into `next.query` when it can be. A
+  // line that cannot be encoded is skipped without the delay: quietly in the reports made for
+  // reading, with its reason in JSON, where every name gets a result.
+  const query_source next_name = [&](name_entry& next) {
     while (reader.read(line, true) && interrupt_signal() == 0) {
+      ++number;
       if (line.empty() || !filter_accepts(filters, line)) continue;
       config.query_name = line;
-      if (build_query(next, line, static_cast<std::uint16_t>(config.query_type))) return true;
+      next.line = number;
+      next.asked = line;
+      next.built = build(next.query, line, config);
+      return true;
     }
     return false;
   };
-  if (bulk_mode(config)) return run_bulk(out, config, next_query, run.extras, run.progress);
+  if (bulk_mode(config)) return run_bulk(out, config, next_name, run.extras, run.progress, worst);
+  name_entry name;
   for (;;) {
     transaction.clear();
-    if (!next_query(query)) return true;
+    if (!next_name(name)) return true;
     errno = 0;
-    run_query(out, transaction, query, config, run.extras);
+    if (!name.built) {
+      note(worst, name_outcome::no_reply);
+      if (!config.json) continue;
+      write_json_bad_name(out, name.line, name.asked, name_fault(name.asked));
+      if (output_failed(out)) return false;
+      continue;
+    }
+    note(worst, run_query(out, transaction, name.query, config, run.extras, {name.line, name.asked}));
     if (output_failed(out)) return false;
     run.progress.tick();
     if (interrupt_signal() != 0) return true;
@@ -137,8 +165,9 @@ int zib_main(int argc, char** argv) {
     print_usage(std::cerr, program, config.tool_id);
     return k_exit_ok;
   }
+  // JSON Lines have no run header line: every line of the output is one object.
   if (!parsed) {
-    std::cout << header.str() << '\n' << std::flush;
+    if (!config.json) std::cout << header.str() << '\n' << std::flush;
     return k_exit_fatal;
   }
 
@@ -150,7 +179,7 @@ int zib_main(int argc, char** argv) {
   std::ostream out(&results);
   catch_interrupts();  // after the results file, which must not lose a descriptor to the pipe
   errno = 0;
-  out << header.str() << '\n';
+  if (!config.json) out << header.str() << '\n';
   if (output_failed(out)) return k_exit_fatal;
 
   if (!lookup_requested(config)) {
@@ -163,9 +192,10 @@ int zib_main(int argc, char** argv) {
   DNS_RES_RECORD query;
   dns_packet_transaction transaction;
   run_state run(config, show_progress(config));
+  name_outcome worst = name_outcome::answered;
   const bool single = !config.use_stdin && !config.use_enumdir;
-  const bool asked = single ? ask_single(out, config, query, transaction, run) == k_exit_ok
-                            : ask_piped(out, config, query, transaction, run);
+  const bool asked = single ? ask_single(out, config, query, transaction, run, worst) == k_exit_ok
+                            : ask_piped(out, config, transaction, run, worst);
   run.progress.finish();
   // A failed build in single-name mode leaves the document open on purpose, like a failed output.
   if (!asked) return k_exit_fatal;
@@ -177,5 +207,5 @@ int zib_main(int argc, char** argv) {
     run.summary.write(summary, run.progress.elapsed_seconds());
     std::fputs(summary.str().c_str(), stderr);
   }
-  return exit_status(k_exit_ok);
+  return exit_status(config.strict_exit ? static_cast<int>(worst) : k_exit_ok);
 }

@@ -9,6 +9,7 @@
 #include <span>
 #include <vector>
 
+#include "dns/message_header.h"
 #include "dns/response_parser.h"
 #include "net/event_loop.h"
 #include "net/interrupt.h"
@@ -41,14 +42,20 @@ std::uint16_t raw_id(const shared_bytes& message) {
   return static_cast<std::uint16_t>(low | (high << 8));
 }
 
+constexpr std::uint8_t k_rcode_noerror = 0;
+constexpr std::uint8_t k_rcode_nxdomain = 3;
+
 // One row to the writer of the chosen format, counted when the run keeps a summary.
 struct row_writer {
   std::ostream& out;
   input_params& config;
   run_summary* summary;
+  const json_row_context& context;  // read only by the JSON writer
 
   void operator()(DNS_RES_RECORD& record, const char* comment, const char* status) const {
-    if (config.xml)
+    if (config.json)
+      write_json_row(record, out, comment, status, context, config);
+    else if (config.xml)
       write_xml_entry(record, out, config, status);  // the XML entry has no comment field
     else
       write_table_row(record, out, comment, status, config);
@@ -71,29 +78,40 @@ bool wait_for_turn(send_pacer& pacer) {
 
 }  // namespace
 
+name_outcome classify_attempt(const dns_packet_transaction& transaction, bool answered) {
+  if (transaction.sent_length == 0 || transaction.received_length == 0) return name_outcome::no_reply;
+  if (!answered) return name_outcome::failed;
+  // A reply shorter than its header can still pass the parser, which reads zeros past the end.
+  const auto header = read_message_header(transaction.received);
+  if (!header) return name_outcome::failed;
+  if (header->rcode == k_rcode_nxdomain) return name_outcome::empty;
+  if (header->rcode != k_rcode_noerror) return name_outcome::failed;
+  return transaction.answers.empty() ? name_outcome::empty : name_outcome::answered;
+}
+
 int attempt_wait_ms(const input_params& config) {
   if (config.timeout_ms >= 0) return config.timeout_ms;
   if (config.timeout < 0) return -1;  // as select() refusing a negative limit: wait for a datagram
   return static_cast<int>(std::min<std::int64_t>(std::int64_t{config.timeout} * 1000, INT_MAX));
 }
 
-int run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-              input_params& config, const run_extras& extras) {
+name_outcome run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                       input_params& config, const run_extras& extras, const query_origin& origin) {
   // A negative retry count switches the query off: nothing is sent, not even a row written.
-  if (config.retry < 0) return 1;
+  if (config.retry < 0) return name_outcome::no_reply;
   const int wait_ms = attempt_wait_ms(config);
   for (std::int32_t attempt = 0;; ++attempt) {
-    if (extras.pacer && !wait_for_turn(*extras.pacer)) return 1;
+    if (extras.pacer && !wait_for_turn(*extras.pacer)) return name_outcome::no_reply;
     transaction.clear();
     const bool answered = exchange(transaction, query, &config.server, wait_ms, config.port);
-    if (interrupt_signal() != 0) return 1;  // the attempt was cut short: no row for it
+    if (interrupt_signal() != 0) return name_outcome::no_reply;  // the attempt was cut short: no row for it
     if (attempt == 0 && extras.summary) extras.summary->count_name();
-    report_attempt(out, transaction, query, config, extras.summary);
+    report_attempt(out, transaction, query, config, extras.summary, origin, attempt + 1);
     out.flush();
-    if (answered) return 1;
+    if (answered) return classify_attempt(transaction, answered);
     // The pause follows every failed attempt, the last one included.
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
-    if (attempt >= config.retry || interrupt_signal() != 0) return 1;
+    if (attempt >= config.retry || interrupt_signal() != 0) return classify_attempt(transaction, answered);
   }
 }
 
@@ -146,16 +164,17 @@ bool take_reply(dns_packet_transaction& transaction, const DNS_RES_RECORD& query
 }
 
 void report_attempt(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                    input_params& config, run_summary* summary) {
-  report_outcome(out, transaction, query, config, summary);
+                    input_params& config, run_summary* summary, const query_origin& origin, std::int32_t attempt) {
+  report_outcome(out, transaction, query, config, summary,
+                 {origin.line, origin.asked, attempt, query.timestamp, &transaction});
   config.heading_pending = 0;
-  if (config.verbose && !config.xml) dump_attempt(out, transaction);
+  if (config.verbose && !config.xml && !config.json) dump_attempt(out, transaction);
   if (summary) summary->count_attempt(transaction, query);
 }
 
 int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                   input_params& config, run_summary* summary) {
-  const row_writer write_row{out, config, summary};
+                   input_params& config, run_summary* summary, const json_row_context& context) {
+  const row_writer write_row{out, config, summary, context};
   // Without a parsed reply the row is the query record itself: name, type, server, ID and
   // the time of sending.
   if (transaction.sent_length == 0) {

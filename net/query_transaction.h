@@ -10,6 +10,7 @@
 #include "net/send_pacer.h"
 #include "net/socket.h"
 #include "params/input_params.h"
+#include "report/json_writer.h"
 #include "report/run_summary.h"
 
 // What a run shares between its queries beyond the configuration; both optional.
@@ -18,15 +19,34 @@ struct run_extras {
   run_summary* summary = nullptr;   // progress line and -stats
 };
 
+// Where a query's name came from, for the report that says so (JSON).
+struct query_origin {
+  std::uint64_t line = 1;  // input line number
+  std::string_view asked;  // the name as asked
+};
+
+// How a name fared, from best to worst; the value is its -strict_exit status. The last
+// attempt decides, so a time-out followed by an answer counts as the answer.
+enum class name_outcome {
+  answered = 0,  // NOERROR with answer records
+  empty = 1,     // NXDOMAIN, or NOERROR without answers
+  failed = 2,    // another response code, or a reply that cannot be used (unparsable, foreign ID)
+  no_reply = 3,  // nothing sent or nothing received; also a name never asked
+};
+
+// The outcome of a name whose last attempt is `transaction`; `answered` as exchange() or
+// take_reply() said.
+name_outcome classify_attempt(const dns_packet_transaction& transaction, bool answered);
+
 // How long an attempt waits for its reply, in milliseconds; negative: no limit. -timeout_ms
 // wins over -timeout.
 int attempt_wait_ms(const input_params& config);
 
 // Up to retry+1 attempts; writes every attempt's rows (and the verbose dump), flushed after
-// each attempt. Returns 1. A stop signal ends it between attempts, or during the wait, in
-// which case that attempt writes nothing.
-int run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-              input_params& config, const run_extras& extras = {});
+// each attempt. A stop signal ends it between attempts, or during the wait, in which case
+// that attempt writes nothing and the name counts as never answered.
+name_outcome run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                       input_params& config, const run_extras& extras = {}, const query_origin& origin = {});
 
 // One attempt on the wire. True when a reply arrived, parsed, and carries the query's ID.
 bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const std::string* server,
@@ -43,10 +63,11 @@ qv::socket send_query(dns_packet_transaction& transaction, DNS_RES_RECORD& query
 bool take_reply(dns_packet_transaction& transaction, const DNS_RES_RECORD& query, const std::string* server,
                 qv::socket& link);
 
-// The rows of one attempt. Returns 1.
+// The rows of one attempt; `context` is read only by the JSON writer. Returns 1.
 int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                   input_params& config, run_summary* summary = nullptr);
+                   input_params& config, run_summary* summary = nullptr, const json_row_context& context = {});
 
-// Everything written for one finished attempt: its rows, then the verbose dump; counted.
+// Everything written for one finished attempt (number `attempt`, from 1): its rows, then the
+// verbose dump; counted.
 void report_attempt(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                    input_params& config, run_summary* summary);
+                    input_params& config, run_summary* summary, const query_origin& origin, std::int32_t attempt);

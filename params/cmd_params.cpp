@@ -96,6 +96,13 @@ parse_result cmd_params::parse_generic(arg_list& args, std::ostream& header) {
     std::erase(compact, ' ');
     set_separator(std::move(compact));
   }
+  // Last of the format switches: JSON Lines win over XML and CSV, whose frame and heading would
+  // break the one-object-per-line form.
+  if (take_switch(args, "-json")) {
+    json = 1;
+    xml = 0;
+    heading_pending = 0;
+  }
   take_pattern(args, "-dateformat", valid_date_pattern, date_format);
   take_pattern(args, "-timeformat", valid_time_pattern, time_format);
   const bool verbose_long = take_switch(args, "-verbose");

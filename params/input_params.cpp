@@ -3,6 +3,8 @@
 #include <iostream>
 #include <string_view>
 
+#include "dns/record_types.h"
+
 namespace {
 
 struct pipe_option {
@@ -60,6 +62,25 @@ bool take_bounded(arg_list& args, const bounded_option& option, Number& field) {
   return true;
 }
 
+// A mnemonic first, since some read as numbers ("MX" holds the hexadecimal marker "x"); then a
+// number. Anything else stops the run, like a bad port: asking another type than the user
+// meant would give answers to the wrong question.
+bool take_asked_type(arg_list& args, std::optional<std::uint16_t>& type) {
+  const auto value = take_value(args, "-qtype");
+  if (!value) return true;
+  if (const auto code = type_code(*value)) {
+    type = code;
+    return true;
+  }
+  std::int32_t number = -1;
+  if (read_number(*value, number) && number >= 0 && number <= 65535) {
+    type = static_cast<std::uint16_t>(number);
+    return true;
+  }
+  std::cerr << "invalid query type: " << *value << '\n';
+  return false;
+}
+
 }  // namespace
 
 input_params::input_params() {
@@ -110,7 +131,9 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
   if (take_switch(args, "-progress")) progress = 1;
   if (take_switch(args, "-quiet")) quiet = 1;
   if (take_switch(args, "-stats")) stats = 1;
+  if (take_switch(args, "-strict_exit")) strict_exit = 1;
   const bool valid = take_bounded(args, k_port, port) && take_bounded(args, k_timeout_ms, timeout_ms) &&
-                     take_bounded(args, k_qps, qps) && take_bounded(args, k_inflight, inflight);
+                     take_bounded(args, k_qps, qps) && take_bounded(args, k_inflight, inflight) &&
+                     take_asked_type(args, asked_type);
   return valid ? 1 : 0;
 }

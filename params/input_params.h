@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "params/cmd_params.h"
@@ -26,7 +27,9 @@ class input_params : public cmd_params {
   std::int32_t timeout = 1;
   std::int32_t retry = 0;
   std::int32_t delay = 0;
-  std::int32_t query_type = 1;
+  std::int32_t query_type = 1;              // the lookup option's own type
+  std::optional<std::uint16_t> asked_type;  // -qtype: asked instead of query_type
+  std::uint8_t strict_exit = 0;             // -strict_exit: the exit status sums up the names
   std::uint16_t port = 53;  // the server's UDP port (-port)
   std::int32_t timeout_ms = -1;  // each attempt's wait in milliseconds (-timeout_ms); -1: -timeout
   std::int32_t qps = 0;          // at most this many queries sent per second (-qps); 0: no limit

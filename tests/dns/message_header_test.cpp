@@ -35,9 +35,10 @@ TEST(message_header, fields_from_each_flag_byte) {
   EXPECT_EQ(read_message_header(std::vector<std::uint8_t>(11, 0xff)), std::nullopt);
 }
 
-TEST(message_header, rcode_names_and_the_numeric_fallback) {
-  const std::pair<std::uint8_t, const char*> rows[] = {
-      {0, "NOERROR"}, {2, "SERVFAIL"}, {3, "NXDOMAIN"}, {5, "REFUSED"}, {10, "NOTZONE"}, {12, "12"}, {15, "15"}};
+TEST(message_header, rcode_names_and_the_unnamed_codes) {
+  const std::pair<std::uint16_t, const char*> rows[] = {
+      {0, "NOERROR"},  {2, "SERVFAIL"}, {3, "NXDOMAIN"}, {5, "REFUSED"}, {10, "NOTZONE"}, {11, "DSOTYPENI"},
+      {12, ""},        {15, ""},        {16, "BADVERS"}, {23, "BADCOOKIE"}, {24, ""},    {65535, ""}};
   for (const auto& [code, name] : rows) EXPECT_EQ(rcode_name(code), name) << int(code);
 }
 

@@ -4,7 +4,7 @@ a port picked here, serving the zones of tests/data. dig, asked the same questio
 for every record zib decodes; the masked reports are compared with expected/interop.expected.
 
     interop.py ZIB [--update]"""
-import difflib, os, re, shutil, signal, socket, subprocess, sys, tempfile, time
+import difflib, ipaddress, json, os, re, shutil, signal, socket, subprocess, sys, tempfile, time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "support"))
 from zibtest import DATA, golden, mask, run_zib
@@ -31,9 +31,12 @@ CASES = [
     ("-cname alias.example.test -csv", "", [("alias.example.test", "CNAME")]),
     ("-cname www.example.test -csv", "", [("www.example.test", "CNAME")]),  # no answer, no question row
     ("-txt example.test -csv", "", [("example.test", "TXT")]),
+    ("-url www.example.test -qtype AAAA -csv", "", [("www.example.test", "AAAA")]),
+    ("-url example.test -qtype soa -csv", "", [("example.test", "SOA")]),
     ("-url_pipe -csv", PIPED, [(n, "A") for n in PIPED.split()]),
     ("-url_pipe", PIPED, []),
     ("-url_pipe -xml", PIPED, []),
+    ("-url_pipe -json", PIPED, []),  # each object's rcode and flags checked against dig's header
 ]
 
 
@@ -68,12 +71,15 @@ def stop_nsd(nsd):
 
 
 def as_zib_data(qtype, data):
-    """dig's data as zib's CSV writes it: MX/SOA fields joined by ";", TXT with its length octets."""
+    """dig's data as zib's CSV writes it: MX/SOA fields joined by ";", TXT with its length octets,
+    AAAA with every group and no leading zeros."""
     if qtype in ("MX", "SOA"):
         f = data.split(" ")
         return ";".join(f[:2] + ["0x%08x" % int(n) for n in f[2:]])
     if qtype == "TXT":
         return "".join(chr(len(s)) + s for s in re.findall(r'"([^"]*)"', data)).replace("\r", " ").replace("\n", " ")
+    if qtype == "AAAA":
+        return ":".join("%x" % int(g, 16) for g in ipaddress.ip_address(data).exploded.split(":"))
     return data
 
 
@@ -93,6 +99,19 @@ def dig_rows(port, name, qtype):
     if qtype != "CNAME" and not (rows and rows[0].startswith("answer,")):
         rows.insert(0, "question,%s,invalid" % question)
     return rows
+
+
+def header_mismatches(port, out):
+    """JSON objects whose rcode and flags are not what dig reads in the same reply's header (dig
+    is told to set RD, as zib does)."""
+    for o in map(json.loads, out.decode().splitlines()):
+        text = dig(port, o["asked"], "A", "+rec")  # the -url_pipe question
+        flags = re.search(r";; flags:([a-z ]*);", text)[1].split()
+        if (o["rcode"], o["flags"]) != (re.search(r"status: (\w+)", text)[1], [f for f in ZIB_FLAGS if f in flags]):
+            yield "zib %s: rcode %s flags %s; dig:\n%s" % (o["asked"], o["rcode"], o["flags"], text)
+
+
+ZIB_FLAGS = ("aa", "tc", "rd", "ra", "ad", "cd")
 
 
 def zib_rows(out):
@@ -116,6 +135,9 @@ def main():
                 status, out, err = run_zib(zib, argv, stdin.encode())
                 report += mask("== $ zib %s\n%s-- stderr\n%s-- exit %d\n" % (
                     " ".join(argv), out.decode("utf-8", "backslashreplace"), err.decode("utf-8", "backslashreplace"), status), port)
+                for mismatch in header_mismatches(port, out) if "-json" in argv else ():
+                    failed = True
+                    print(mismatch)
                 expected = [row for q in questions for row in dig_rows(port, *q)]
                 if questions and zib_rows(out) != expected:
                     failed = True

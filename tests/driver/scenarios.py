@@ -6,7 +6,7 @@
 
 With --inflight the rows run with "-inflight N" added and must give the same expected output:
 only the order in which the responder saw the queries may differ."""
-import os, re, shlex, sys, time
+import json, os, re, shlex, sys, time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from zibtest import (Responder, act, capture, foreign, golden, mask, name, peak_memory, raw, reply,
                      rr, run_zib)
@@ -21,6 +21,8 @@ ODD_DATA = reply(an=[rr(1, bytes([1, 2, 3, 4, 5, 6])), rr(2, b"\xc0\xff"), rr(15
 SHORT = raw(bytes.fromhex("2a0081800001"))
 NOT_A_RESPONSE = raw(bytes.fromhex("2a0001000001000000000000"))
 TXT_AMP = reply(an=[rr(16, b"\x09a,b|c&<d>")])
+BYTES = "".join(chr(b) for b in range(1, 256) if b not in b"\n.")  # fgets stops at NUL
+EVERY_BYTE = ".".join(BYTES[i:i + 63] for i in range(0, len(BYTES), 63))  # labels the decoder reads
 
 # (title, arguments, responder script, standard input); every group is one ctest test.
 GROUPS = {
@@ -132,7 +134,48 @@ GROUPS = {
         ("status line when asked", "-url_pipe @ -timeout 0 -progress", [], "a.test\n"),
         ("quiet wins", "-url_pipe @ -timeout 0 -progress -quiet", [], "a.test\n"),
     ],
+    # -json: each line must parse (run_row checks); -strict_exit shows in every "-- exit".
+    "json": [
+        ("flags and data, verbose", "-url a.test @ -json -strict_exit -verbose", [reply([rr(1, bytes([192, 0, 2, 7]))], flags=0x87b0)], ""),
+        ("NOERROR without data", "-url a.test @ -json -strict_exit", [QUESTION_ONLY], ""),
+        ("NXDOMAIN", "-url nope.example.test @ -json -strict_exit", [NX], ""),
+        ("FORMERR", "-url a.test @ -json -strict_exit", [reply(flags=0x8181)], ""),
+        ("SERVFAIL", "-url a.test @ -json -strict_exit", [reply(flags=0x8182)], ""),
+        ("NOTIMP", "-url a.test @ -json -strict_exit", [reply(flags=0x8184)], ""),
+        ("REFUSED", "-url a.test @ -json -strict_exit", [reply(flags=0x8185)], ""),
+        ("an rcode without a name", "-url a.test @ -json -strict_exit", [reply(flags=0x818c)], ""),
+        ("unparsable reply", "-url a.test @ -json -strict_exit", [raw(bytes.fromhex("2a00818000010000000000000c00010001"))], ""),
+        ("header cut short", "-url a.test @ -strict_exit", [SHORT], ""),
+        ("foreign ID", "-url a.test @ -strict_exit", [foreign(WWW)], ""),
+        ("time-out", "-url a.test @ -json -strict_exit -timeout 0", [], ""),
+        ("time-out, then the answer: the last attempt decides", "-url www.example.test @ -json -strict_exit -retry 1", [act(), WWW], ""),
+        ("queries switched off", "-url a.test @ -strict_exit -retry -1", [], ""),
+        ("the worst name decides", "-url_pipe @ -csv -strict_exit", [WWW, NX], "www.example.test\nnope.example.test\n"),
+        ("bad names, filtered and empty lines", "-url_pipe @ -json -timeout 0 -filter '*.test'", [],
+         "a.test\n\nb.drop\n" + "x" * 256 + ".test\n.test\nc.test"),
+        ("bad name without JSON: skipped, counted", "-ip_pipe @ -strict_exit", [capture("nsd-ptr-reverse")], "..\n192.0.2.10\n"),
+        ("every byte in a name and in TXT data", "-txt_pipe @ -json", [reply([rr(16, bytes(range(256)))])], EVERY_BYTE + ".test\n"),
+        ("qtype: the reverse name stays", "-ip 192.0.2.10 @ -qtype txt -timeout 0 -xml", [], ""),
+        ("qtype by number: unk in CSV", "-url a.test @ -qtype 0x41 -csv", [reply([rr(65, b"\x00\x01\x00")])], ""),
+        ("qtype by number: its mnemonic in JSON", "-url a.test @ -qtype 65 -json", [reply([rr(65, b"\x00\x01\x00")])], ""),
+        ("qtype in the generic form, piped", "-mx_pipe @ -qtype type0 -timeout 0 -json", [], "a.test\n"),
+        ("qtype unknown", "-url a.test @ -qtype bogus", None, ""),
+        ("qtype out of range", "-url a.test @ -qtype 65536 -json", None, ""),
+        ("qtype negative", "-url a.test @ -qtype -1", None, ""),
+        ("JSON wins over XML and CSV; no header even on error", "-url a.test -xml -csv -json", None, ""),
+    ],
 }
+# Rows of other groups again in JSON: the objects say what the rows said.
+GROUPS["json_rows"] = [(t, a + " -json", s, i) for t, a, s, i in GROUPS["lookups"] + GROUPS["transport"]]
+
+
+def json_lines(out):
+    """Every line must parse as one JSON object; a line that does not is flagged in the output."""
+    for line in out.decode("latin-1").splitlines():
+        try:
+            assert isinstance(json.loads(line), dict)
+        except (ValueError, AssertionError):
+            yield "NOT A JSON OBJECT: %r\n" % line
 
 
 def run_row(zib, row, wrap, extra=()):
@@ -149,14 +192,15 @@ def run_row(zib, row, wrap, extra=()):
         os.close(reader)
         popen["stdout"] = writer
     started = time.monotonic()
-    status, out, err = run_zib(zib, argv, None if stdin is None else stdin.encode(), wrap=wrap, **popen)
+    status, out, err = run_zib(zib, argv, None if stdin is None else stdin.encode("latin-1"), wrap=wrap, **popen)
     if "-delay" in argv and not extra:  # each pause is a whole second: how many there were, up to four
         err += b"-- paused %d s or more\n" % min(4, int(time.monotonic() - started))
     if "stdout" in popen:
         os.close(popen["stdout"])
     asked = responder.close() if responder else ""
-    block = "== %s\n$ zib %s\n%s-- stderr\n%s-- exit %d\n" % (
+    block = "== %s\n$ zib %s\n%s%s-- stderr\n%s-- exit %d\n" % (
         title, " ".join(shlex.quote(a) for a in argv), out.decode("utf-8", "backslashreplace"),
+        "".join(json_lines(out)) if "-json" in argv else "",
         err.decode("utf-8", "backslashreplace"), status)
     if extra:
         block = block.replace(" " + " ".join(extra), "")

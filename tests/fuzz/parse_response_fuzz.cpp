@@ -1,7 +1,8 @@
 // Fuzz target: any bytes as a received reply. Parses them, then reads every record the way the
 // reports do: names at the data offset (NS, CNAME, PTR) or two bytes in (MX), SOA data, the
-// data column in both forms, the rows of all three reports and the verbose dump. Everything
-// stays in memory.
+// data column in both forms, the rows of all four reports and the verbose dump. Everything
+// stays in memory. Where nlohmann-json was found, every JSON line, with (the head of) the input
+// as the name asked, must parse as one object.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -12,9 +13,15 @@
 #include "dns/response_parser.h"
 #include "params/input_params.h"
 #include "report/hex_view.h"
+#include "report/json_writer.h"
 #include "report/record_data.h"
 #include "report/table_writer.h"
 #include "report/xml_writer.h"
+
+#ifdef ZIB_CHECK_JSON
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#endif
 
 namespace {
 
@@ -44,12 +51,13 @@ void read_like_the_renderers(const DNS_RES_RECORD& record, std::ostream& sink) {
 
 // The report settings as the command line makes them: text, CSV without blanks, XML.
 input_params& report_config(const char* format) {
-  static input_params configs[3];
+  static input_params configs[5];
   static const bool parsed = [] {
-    const char* const formats[] = {"", "-no_whitespace", "-xml"};
-    for (int i = 0; i < 3; ++i) {
+    const char* const formats[] = {"", "-no_whitespace", "-xml", "-json", "-json"};
+    for (int i = 0; i < 5; ++i) {
       arg_list args = {"zib", "-url", "x", "-server", "127.0.0.1"};
       if (*formats[i] != 0) args.emplace_back(formats[i]);
+      if (i == 4) args.emplace_back("-verbose");
       std::ostringstream header;
       bool help = false;
       configs[i].parse(args, header, help);
@@ -57,7 +65,22 @@ input_params& report_config(const char* format) {
     return true;
   }();
   (void)parsed;
-  return configs[std::string_view(format) == "text" ? 0 : std::string_view(format) == "csv" ? 1 : 2];
+  const std::string_view name = format;
+  return configs[name == "text" ? 0 : name == "csv" ? 1 : name == "xml" ? 2 : name == "json" ? 3 : 4];
+}
+
+void check_json_lines(const std::string& lines) {
+#ifdef ZIB_CHECK_JSON
+  for (std::size_t at = 0, end; at < lines.size(); at = end + 1) {
+    end = lines.find('\n', at);
+    if (end == std::string::npos) std::abort();  // every object ends its line
+    const auto value = nlohmann::json::parse(lines.begin() + static_cast<long>(at),
+                                             lines.begin() + static_cast<long>(end), nullptr, false);
+    if (!value.is_object()) std::abort();
+  }
+#else
+  (void)lines;
+#endif
 }
 
 void write_rows(DNS_RES_RECORD record, std::ostream& sink) {
@@ -82,11 +105,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const unsigned end = parse_response(&server, 0, message, id, transaction.questions, transaction.answers,
                                       transaction.authority, transaction.additional);
   std::ostringstream sink;
+  std::ostringstream json;
+  // The whole input once; every row repeats the name asked, so rows get only its head, and only
+  // one row the whole messages in hex: a run stays linear in the input.
+  const std::string_view input(reinterpret_cast<const char*>(message.data()), message.size());
+  write_json_bad_name(json, size, input, input);
+  const json_row_context context{size, input.substr(0, 64), 1, 0, &transaction};
   for (const auto* list : {&transaction.questions, &transaction.answers, &transaction.authority,
                            &transaction.additional}) {
     for (const auto& record : *list) {
       read_like_the_renderers(record, sink);
       write_rows(record, sink);
+      write_json_row(record, json, "answer", "success", context, report_config("json"));
     }
   }
   if (end != 0) {
@@ -96,6 +126,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     transaction.received = shared_bytes(message);
     transaction.received_length = static_cast<std::uint32_t>(message.size());
     dump_attempt(sink, transaction);
+    write_json_row(transaction.questions.empty() ? DNS_RES_RECORD{} : transaction.questions.front(), json,
+                   "question", "invalid", context, report_config("json -verbose"));
   }
+  check_json_lines(json.str());
   return 0;
 }

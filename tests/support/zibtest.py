@@ -96,7 +96,7 @@ class Responder:
         for q in self.queries:
             at, labels = 12, []
             while at < len(q) and q[at]:
-                labels.append(q[at + 1:at + 1 + q[at]].decode("latin-1"))
+                labels.append("".join(chr(b) if 32 <= b < 127 else "\\x%02x" % b for b in q[at + 1:at + 1 + q[at]]))
                 at += q[at] + 1
             qtype, qclass = struct.unpack(">HH", q[at + 1:at + 5])
             lines.append("asked %s %s. type %d class %d, %d bytes, id byte 1 %02x\n" % (
@@ -141,14 +141,17 @@ DUMP_ID = re.compile(r"(packet that was (?:sent|recv'd)\n0000 0000:  )(..)(.{48}
 
 
 def mask(text, port=None):
-    """IDs, dates and times become {ID}, {D} and {T}; the responder's port becomes PORT."""
+    """IDs, dates and times become {ID}, {D} and {T}, round trips {RTT}; the responder's port
+    becomes PORT."""
     text = ROW_ID.sub(r"\1{ID}", text)
     text = re.sub(r"<packet_id>[0-9a-f]{4}</packet_id>", "<packet_id>{ID}</packet_id>", text)
     text = DUMP_ID.sub(lambda m: m.group(1) + "{I}" + m.group(3) + "*", text)
+    text = re.sub(r'("id":)\d+|("(?:sent|received)_hex":")[0-9a-f]{2}', r"\1\2{ID}", text)
+    text = re.sub(r'"rtt_ms":\d+\.\d{3}', '"rtt_ms":{RTT}', text)
     text = re.sub(r"\d{4}-\d\d-\d\d|\d\d/\d\d/\d{4}", "{D}", text)
     text = re.sub(r"\d\d:\d\d:\d\d(\.\d{3})?", "{T}", text)
     if port is not None:
-        text = text.replace("-port %d" % port, "-port PORT")
+        text = text.replace("-port %d" % port, "-port PORT").replace('"port":%d,' % port, '"port":PORT,')
     # The -stats summary and the status line: their counts stay, rates and times go.
     text = re.sub(r"(?m)^(names \d+, attempts \d+), .*$", r"\1, {RATE}", text)
     text = re.sub(r"(?m)^rtt ms: .*$", "rtt ms: {RTT}", text)

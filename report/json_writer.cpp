@@ -1,0 +1,209 @@
+#include "report/json_writer.h"
+
+#include <span>
+#include <utility>
+
+#include "dns/message_header.h"
+#include "dns/record_types.h"
+#include "report/record_data.h"
+#include "report/stream_format.h"
+#include "time/clock.h"
+#include "time/datetime_format.h"
+
+namespace {
+
+constexpr std::uint8_t k_first_printable = 0x20;
+constexpr std::uint8_t k_last_printable = 0x7E;
+constexpr std::uint64_t k_ticks_per_millisecond = k_ticks_per_second / 1000;
+
+const field_format k_two_digits{2, field_align::right, '0', false};
+
+// Every object is made in a row of its own that starts with its "{", so a member follows
+// another exactly when the row holds more than that brace.
+void key(std::string& out, std::string_view name) {
+  if (out.size() > 1) out += ',';
+  out += '"';
+  out += name;
+  out += "\":";
+}
+
+void string_field(std::string& out, std::string_view name, std::string_view value) {
+  key(out, name);
+  append_json_string(out, value);
+}
+
+void null_field(std::string& out, std::string_view name) {
+  key(out, name);
+  out += "null";
+}
+
+void number_field(std::string& out, std::string_view name, std::uint64_t value) {
+  key(out, name);
+  append_field(out, value);
+}
+
+// RFC 3339 in UTC with milliseconds, e.g. 2026-11-23T04:55:53.536Z.
+void time_field(std::string& out, std::uint64_t timestamp) {
+  const calendar_fields at = to_calendar(timestamp);
+  key(out, "time");
+  out += '"';
+  append_field(out, static_cast<std::uint64_t>(at.year), {4, field_align::right, '0', false});
+  for (const auto& [mark, value] : {std::pair{'-', at.month}, {'-', at.day}, {'T', at.hour},
+                                    {':', at.minute}, {':', at.second}}) {
+    out += mark;
+    append_field(out, static_cast<std::uint64_t>(value), k_two_digits);
+  }
+  out += '.';
+  append_field(out, static_cast<std::uint64_t>(at.millisecond), {3, field_align::right, '0', false});
+  out += "Z\"";
+}
+
+// Hex bytes as the XML report writes them ("c0 00 02 0a"), through the scratch row.
+void hex_field(std::string& out, std::string_view name, std::span<const std::uint8_t> bytes,
+               report_row& scratch) {
+  scratch.clear();
+  write_hex_bytes(scratch.stream(), bytes);
+  string_field(out, name, scratch.text());
+}
+
+void data_field(std::string& out, const DNS_RES_RECORD& record, report_row& scratch) {
+  scratch.clear();
+  write_record_data(scratch.stream(), record, "; ");  // the text report's data column
+  string_field(out, "data", scratch.text());
+}
+
+void rcode_field(std::string& out, const message_header& header) {
+  key(out, "rcode");
+  const std::string_view name = rcode_name(header.rcode);
+  if (name.empty())
+    append_field(out, header.rcode);
+  else
+    append_json_string(out, name);
+}
+
+void flags_field(std::string& out, const message_header* header) {
+  key(out, "flags");
+  out += '[';
+  if (header != nullptr) {
+    bool first = true;
+    for (const auto& [set, name] : {std::pair{header->aa, "aa"}, {header->tc, "tc"}, {header->rd, "rd"},
+                                    {header->ra, "ra"}, {header->ad, "ad"}, {header->cd, "cd"}}) {
+      if (!set) continue;
+      if (!first) out += ',';
+      first = false;
+      out += '"';
+      out += name;
+      out += '"';
+    }
+  }
+  out += ']';
+}
+
+// Milliseconds with the clock's microseconds. gettimeofday may step back between send and
+// receipt; such a round trip shows as 0 rather than as a huge unsigned number.
+void rtt_field(std::string& out, std::uint64_t sent_at, std::uint64_t received_at) {
+  key(out, "rtt_ms");
+  const std::uint64_t ticks = received_at > sent_at ? received_at - sent_at : 0;
+  append_field(out, ticks / k_ticks_per_millisecond);
+  out += '.';
+  append_field(out, ticks % k_ticks_per_millisecond / 10, {3, field_align::right, '0', false});
+}
+
+// A whole message of the attempt in hex, or null when there was none.
+void message_field(std::string& out, std::string_view name, std::uint32_t length,
+                   std::span<const std::uint8_t> bytes, report_row& scratch) {
+  if (length != 0)
+    hex_field(out, name, bytes, scratch);
+  else
+    null_field(out, name);
+}
+
+void attempt_fields(std::string& out, const json_row_context& context, const input_params& config,
+                    report_row& scratch) {
+  const dns_packet_transaction* t = context.transaction;
+  const bool received = t != nullptr && t->received_length != 0;
+  const auto header = received ? read_message_header(t->received) : std::nullopt;
+  number_field(out, "attempt", static_cast<std::uint64_t>(context.attempt));
+  if (header)
+    rcode_field(out, *header);
+  else
+    null_field(out, "rcode");  // no reply, or one too short to hold a header
+  flags_field(out, header ? &*header : nullptr);
+  if (received)
+    rtt_field(out, context.sent_at, t->received_at);
+  else
+    null_field(out, "rtt_ms");
+  if (!config.verbose) return;
+  static const dns_packet_transaction nothing;
+  const dns_packet_transaction& attempt = t != nullptr ? *t : nothing;
+  message_field(out, "sent_hex", attempt.sent_length, attempt.sent, scratch);
+  message_field(out, "received_hex", attempt.received_length, attempt.received, scratch);
+}
+
+// The data text and the hex strings are made here before they are escaped into the row.
+report_row& scratch_row() {
+  static report_row row;
+  return row;
+}
+
+}  // namespace
+
+void append_json_string(std::string& out, std::string_view bytes) {
+  out += '"';
+  for (const char c : bytes) {
+    const auto byte = static_cast<std::uint8_t>(c);
+    if (c == '\\') {
+      out += "\\\\\\\\";
+    } else if (c == '"') {
+      out += "\\\"";
+    } else if (byte >= k_first_printable && byte <= k_last_printable) {
+      out += c;
+    } else {
+      out += "\\\\";
+      append_field(out, byte, {3, field_align::right, '0', false});
+    }
+  }
+  out += '"';
+}
+
+void write_json_row(const DNS_RES_RECORD& record, std::ostream& out, std::string_view section,
+                    std::string_view status, const json_row_context& context, const input_params& config) {
+  report_row& row = shared_report_row();
+  report_row& scratch = scratch_row();
+  row.clear();
+  std::string& line = row.text();
+  line += '{';
+  number_field(line, "line", context.line);
+  string_field(line, "asked", context.asked);
+  string_field(line, "query", record.name);
+  string_field(line, "section", section);
+  string_field(line, "status", status);
+  number_field(line, "id", record.id);
+  string_field(line, "server", record.server);
+  number_field(line, "port", config.port);
+  time_field(line, record.timestamp);
+  number_field(line, "type", record.type);
+  string_field(line, "type_name", usual_type_name(record.type));
+  number_field(line, "class", record.class_);
+  number_field(line, "ttl", record.ttl);
+  number_field(line, "size", record.rdlength);
+  data_field(line, record, scratch);
+  hex_field(line, "rdata_hex", record.rdata, scratch);
+  attempt_fields(line, context, config, scratch);
+  line += "}\n";
+  row.write_to(out);
+}
+
+void write_json_bad_name(std::ostream& out, std::uint64_t line, std::string_view asked,
+                         std::string_view reason) {
+  report_row& row = shared_report_row();
+  row.clear();
+  std::string& text = row.text();
+  text += '{';
+  number_field(text, "line", line);
+  string_field(text, "asked", asked);
+  string_field(text, "status", "bad name");
+  string_field(text, "reason", reason);
+  text += "}\n";
+  row.write_to(out);
+}
