@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """What -inflight promises beyond a table row: input order whatever the replies' order, memory
 and descriptors bounded behind a name that never answers, -qps holding its rate, a stop signal
-leaving whole rows, and GNU parallel splitting a list with the rows of one run.
+leaving whole rows (XML and JSON), and GNU parallel splitting a list with the rows of one run.
 
     bulk_checks.py ZIB CHECK [--sanitized]      (exit 77: skipped)"""
-import os, random, re, shutil, signal, subprocess, sys, time
+import json, os, random, re, shutil, signal, subprocess, sys, time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from zibtest import Responder, act, mask, reply, rr, run_zib
 
@@ -69,13 +69,33 @@ def qps(zib):
     return all(results), "sequential, in flight: %s" % results
 
 
+def entries_of(out, fmt):
+    """The names of the whole entries a stopped run wrote, in order, or None when anything else is
+    there: a cut line, a missing end of document, a JSON line out of its place."""
+    if fmt == "-xml":
+        lines = out.decode().splitlines()
+        found = [re.match(r"<data_entry><query>(.*?)\.</query>.*</data_entry>$", l) for l in lines[4:-1]]
+        return [m.group(1) for m in found] if lines[-1:] == ["</logdata>"] and all(found) else None
+    if not out.endswith(b"\n"):
+        return None
+    try:
+        objects = [json.loads(l) for l in out.decode().splitlines()]
+    except ValueError:
+        return None
+    in_place = all(o["line"] == i + 1 and o["attempt"] == 1 for i, o in enumerate(objects))
+    return [o["asked"] for o in objects] if in_place else None
+
+
 def interrupt(zib):
-    """SIGINT in flight, SIGTERM one at a time: whole entries of the first names, the document
-    closed, exit 130 or 143."""
+    """SIGINT in flight, SIGTERM one at a time, in XML and in JSON Lines: whole entries of the
+    first names only, the document closed, exit 130 or 143 even with -strict_exit."""
     results = []
-    for mode, sig, code in ((["-inflight", "16"], signal.SIGINT, 130), ([], signal.SIGTERM, 143)):
+    for fmt, mode, sig, code in (("-xml", ["-inflight", "16"], signal.SIGINT, 130),
+                                 ("-xml", [], signal.SIGTERM, 143),
+                                 ("-json", ["-inflight", "16", "-strict_exit"], signal.SIGINT, 130),
+                                 ("-json", ["-strict_exit"], signal.SIGTERM, 143)):
         responder = Responder(cycle=[act(A, delay=0.05)])
-        p = subprocess.Popen(["zib"] + zib_args(responder, "-xml", *mode), executable=zib, stdin=subprocess.PIPE,
+        p = subprocess.Popen(["zib"] + zib_args(responder, fmt, *mode), executable=zib, stdin=subprocess.PIPE,
                              stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         p.stdin.write("".join(n + "\n" for n in NAMES(400)).encode())
         p.stdin.flush()
@@ -83,12 +103,9 @@ def interrupt(zib):
         p.send_signal(sig)
         out, _ = p.communicate(timeout=30)  # closes its standard input
         responder.close()
-        lines = out.decode().splitlines()
-        entries = lines[4:-1]
-        names = [re.match(r"<data_entry><query>(.*?)\.</query>.*</data_entry>$", l) for l in entries]
-        whole = all(names) and [m.group(1) for m in names] == NAMES(len(entries))
-        results.append(p.returncode == code and lines[-1] == "</logdata>" and whole and 0 < len(entries) < 400)
-    return all(results), "in flight, one at a time: %s" % results
+        names = entries_of(out, fmt)
+        results.append(p.returncode == code and names is not None and 0 < len(names) < 400 and names == NAMES(len(names)))
+    return all(results), "XML in flight, one at a time; JSON the same: %s" % results
 
 
 def parallel(zib):
