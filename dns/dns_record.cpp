@@ -1,5 +1,7 @@
 #include "dns/dns_record.h"
 
+shared_bytes::shared_bytes(std::span<const std::uint8_t> bytes) { assign(bytes.begin(), bytes.end()); }
+
 void DNS_RES_RECORD::clear() {
   packet.clear();
   rdata.clear();

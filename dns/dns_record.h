@@ -15,7 +15,7 @@
 class shared_bytes {
  public:
   shared_bytes() = default;
-  shared_bytes(std::span<const std::uint8_t> bytes) { assign(bytes.begin(), bytes.end()); }
+  shared_bytes(std::span<const std::uint8_t> bytes);  // a copy of the bytes
   explicit shared_bytes(std::vector<std::uint8_t> bytes)
       : m_bytes(bytes.empty() ? nullptr : std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes))) {}
 

@@ -254,11 +254,12 @@ class bulk_scheduler {
       m_worst = std::max(m_worst, name_outcome::no_reply);
       return;
     }
-    if (m_extras.summary) m_extras.summary->count_name();
     const query_origin origin{name.line, name.asked};
     std::int32_t number = 0;
+    name_tally tally;
     for (finished_attempt& attempt : slot.attempts)
-      report_attempt(m_out, attempt.transaction, attempt.query, m_config, m_extras.summary, origin, ++number);
+      report_attempt(m_out, attempt.transaction, attempt.query, m_config, &tally, origin, ++number);
+    if (m_extras.summary) m_extras.summary->add(tally);
     const finished_attempt& last = slot.attempts.back();
     m_worst = std::max(m_worst, classify_attempt(last.transaction, last.answered));
   }

@@ -9,7 +9,7 @@
 
 #include "dns/dns_record.h"
 #include "driver/run_progress.h"
-#include "net/query_transaction.h"
+#include "driver/query_run.h"
 #include "params/input_params.h"
 
 // A name as the input gave it: its query, built when the name could be encoded, and where it

@@ -21,7 +21,7 @@
 #include "driver/run_progress.h"
 #include "net/interrupt.h"
 #include "driver/stdin_reader.h"
-#include "net/query_transaction.h"
+#include "driver/query_run.h"
 #include "params/input_params.h"
 #include "params/usage.h"
 #include "report/json_writer.h"

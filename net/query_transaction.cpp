@@ -4,19 +4,13 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <chrono>
 #include <climits>
 #include <span>
-#include <vector>
 
 #include "dns/message_header.h"
 #include "dns/response_parser.h"
 #include "net/event_loop.h"
-#include "net/interrupt.h"
 #include "net/socket.h"
-#include "report/hex_view.h"
-#include "report/table_writer.h"
-#include "report/xml_writer.h"
 #include "time/clock.h"
 
 namespace {
@@ -45,37 +39,6 @@ std::uint16_t raw_id(const shared_bytes& message) {
 constexpr std::uint8_t k_rcode_noerror = 0;
 constexpr std::uint8_t k_rcode_nxdomain = 3;
 
-// One row to the writer of the chosen format, counted when the run keeps a summary.
-struct row_writer {
-  std::ostream& out;
-  input_params& config;
-  run_summary* summary;
-  const json_row_context& context;  // read only by the JSON writer
-
-  void operator()(DNS_RES_RECORD& record, const char* comment, const char* status) const {
-    if (config.json)
-      write_json_row(record, out, comment, status, context, config);
-    else if (config.xml)
-      write_xml_entry(record, out, config, status);  // the XML entry has no comment field
-    else
-      write_table_row(record, out, comment, status, config);
-    if (summary) summary->count_row(status);
-  }
-};
-
-// Waits, without holding up a stop signal, until the pacer lets the next query go; books it.
-bool wait_for_turn(send_pacer& pacer) {
-  for (;;) {
-    const auto now = send_pacer::clock::now();
-    if (now >= pacer.next_send()) {
-      pacer.sent(now);
-      return true;
-    }
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(pacer.next_send() - now);
-    if (!wait_readable(-1, static_cast<int>(left.count())) && interrupt_signal() != 0) return false;
-  }
-}
-
 }  // namespace
 
 name_outcome classify_attempt(const dns_packet_transaction& transaction, bool answered) {
@@ -93,26 +56,6 @@ int attempt_wait_ms(const input_params& config) {
   if (config.timeout_ms >= 0) return config.timeout_ms;
   if (config.timeout < 0) return -1;  // as select() refusing a negative limit: wait for a datagram
   return static_cast<int>(std::min<std::int64_t>(std::int64_t{config.timeout} * 1000, INT_MAX));
-}
-
-name_outcome run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                       input_params& config, const run_extras& extras, const query_origin& origin) {
-  // A negative retry count switches the query off: nothing is sent, not even a row written.
-  if (config.retry < 0) return name_outcome::no_reply;
-  const int wait_ms = attempt_wait_ms(config);
-  for (std::int32_t attempt = 0;; ++attempt) {
-    if (extras.pacer && !wait_for_turn(*extras.pacer)) return name_outcome::no_reply;
-    transaction.clear();
-    const bool answered = exchange(transaction, query, &config.server, wait_ms, config.port);
-    if (interrupt_signal() != 0) return name_outcome::no_reply;  // the attempt was cut short: no row for it
-    if (attempt == 0 && extras.summary) extras.summary->count_name();
-    report_attempt(out, transaction, query, config, extras.summary, origin, attempt + 1);
-    out.flush();
-    if (answered) return classify_attempt(transaction, answered);
-    // The pause follows every failed attempt, the last one included.
-    if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
-    if (attempt >= config.retry || interrupt_signal() != 0) return classify_attempt(transaction, answered);
-  }
 }
 
 bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const std::string* server,
@@ -148,9 +91,15 @@ qv::socket send_query(dns_packet_transaction& transaction, DNS_RES_RECORD& query
 bool take_reply(dns_packet_transaction& transaction, const DNS_RES_RECORD& query, const std::string* server,
                 qv::socket& link) {
   std::span<std::uint8_t> buffer = receive_buffer();
-  transaction.received_length = link.read_datagram(buffer.data(), buffer.size());
+  const std::uint32_t count = link.read_datagram(buffer.data(), buffer.size());
+  return accept_reply(transaction, query, server, buffer.first(count));
+}
+
+bool accept_reply(dns_packet_transaction& transaction, const DNS_RES_RECORD& query, const std::string* server,
+                  std::span<const std::uint8_t> datagram) {
+  transaction.received_length = static_cast<std::uint32_t>(datagram.size());
   if (transaction.received_length == 0) return false;  // an empty datagram counts as none
-  transaction.received = std::span<const std::uint8_t>(buffer.first(transaction.received_length));
+  transaction.received = datagram;
   transaction.received_at = now_timestamp();
 
   // A reply with a foreign ID is still parsed, so its records are reported; the ID decides
@@ -161,43 +110,4 @@ bool take_reply(dns_packet_transaction& transaction, const DNS_RES_RECORD& query
                                          transaction.questions, transaction.answers,
                                          transaction.authority, transaction.additional);
   return parsed != 0 && reply_id == query_id;
-}
-
-void report_attempt(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                    input_params& config, run_summary* summary, const query_origin& origin, std::int32_t attempt) {
-  report_outcome(out, transaction, query, config, summary,
-                 {origin.line, origin.asked, attempt, query.timestamp, &transaction});
-  config.heading_pending = 0;
-  if (config.verbose && !config.xml && !config.json) dump_attempt(out, transaction);
-  if (summary) summary->count_attempt(transaction, query);
-}
-
-int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                   input_params& config, run_summary* summary, const json_row_context& context) {
-  const row_writer write_row{out, config, summary, context};
-  // Without a parsed reply the row is the query record itself: name, type, server, ID and
-  // the time of sending.
-  if (transaction.sent_length == 0) {
-    write_row(query, k_section_question, k_status_sock_err);
-    return 1;
-  }
-  if (transaction.received_length == 0) {
-    write_row(query, k_section_question, k_status_timeout);
-    return 1;
-  }
-  const bool answered = !transaction.answers.empty();
-  if (transaction.questions.empty() && !answered && transaction.authority.empty() &&
-      transaction.additional.empty()) {
-    write_row(query, k_section_question, k_status_unkresp);
-    return 1;
-  }
-  // Questions are shown only when they went unanswered, and never for a CNAME query, whose
-  // empty answer is a meaningful "no alias" rather than a failure.
-  if (!answered && query.type != k_type_cname) {
-    for (DNS_RES_RECORD& question : transaction.questions) write_row(question, k_section_question, k_status_invalid);
-  }
-  for (DNS_RES_RECORD& record : transaction.answers) write_row(record, k_section_answer, k_status_success);
-  for (DNS_RES_RECORD& record : transaction.authority) write_row(record, k_section_authority, k_status_success);
-  for (DNS_RES_RECORD& record : transaction.additional) write_row(record, k_section_additions, k_status_success);
-  return 1;
 }

@@ -1,29 +1,14 @@
-// One query carried out: attempts with retries, each classified into a status word and
-// reported. The steps of an attempt (send, take the reply, report) are shared by the
-// sequential run, which waits for each reply in turn, and the bulk run, which waits for many.
+// One attempt on the wire: send the query, take the reply, parse it and say how the name fared.
+// These steps know messages, not report formats; the sequential run (driver/query_run) and the
+// bulk run (driver/bulk_run) drive them and hand each finished attempt to report/attempt_report.
 #pragma once
 
-#include <ostream>
+#include <span>
 #include <string>
 
 #include "dns/dns_record.h"
-#include "net/send_pacer.h"
 #include "net/socket.h"
 #include "params/input_params.h"
-#include "report/json_writer.h"
-#include "report/run_summary.h"
-
-// What a run shares between its queries beyond the configuration; both optional.
-struct run_extras {
-  send_pacer* pacer = nullptr;      // -qps
-  run_summary* summary = nullptr;   // progress line and -stats
-};
-
-// Where a query's name came from, for the report that says so (JSON).
-struct query_origin {
-  std::uint64_t line = 1;  // input line number
-  std::string_view asked;  // the name as asked
-};
 
 // How a name fared, from best to worst; the value is its -strict_exit status. The last
 // attempt decides, so a time-out followed by an answer counts as the answer.
@@ -42,12 +27,6 @@ name_outcome classify_attempt(const dns_packet_transaction& transaction, bool an
 // wins over -timeout.
 int attempt_wait_ms(const input_params& config);
 
-// Up to retry+1 attempts; writes every attempt's rows (and the verbose dump), flushed after
-// each attempt. A stop signal ends it between attempts, or during the wait, in which case
-// that attempt writes nothing and the name counts as never answered.
-name_outcome run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                       input_params& config, const run_extras& extras = {}, const query_origin& origin = {});
-
 // One attempt on the wire. True when a reply arrived, parsed, and carries the query's ID.
 bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const std::string* server,
               int wait_ms, std::uint16_t port = 53);
@@ -63,11 +42,7 @@ qv::socket send_query(dns_packet_transaction& transaction, DNS_RES_RECORD& query
 bool take_reply(dns_packet_transaction& transaction, const DNS_RES_RECORD& query, const std::string* server,
                 qv::socket& link);
 
-// The rows of one attempt; `context` is read only by the JSON writer. Returns 1.
-int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                   input_params& config, run_summary* summary = nullptr, const json_row_context& context = {});
-
-// Everything written for one finished attempt (number `attempt`, from 1): its rows, then the
-// verbose dump; counted.
-void report_attempt(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                    input_params& config, run_summary* summary, const query_origin& origin, std::int32_t attempt);
+// The same for a datagram already read: `datagram` (at most 65,536 bytes) becomes the reply.
+// An empty datagram counts as none.
+bool accept_reply(dns_packet_transaction& transaction, const DNS_RES_RECORD& query, const std::string* server,
+                  std::span<const std::uint8_t> datagram);

@@ -25,26 +25,39 @@ double per_second(std::uint64_t count, double seconds) { return seconds > 0 ? co
 
 }  // namespace
 
-void run_summary::count_row(std::string_view status) {
+void name_tally::count_row(std::string_view status) {
   const auto found = std::find(k_status_words.begin(), k_status_words.end(), status);
   if (found != k_status_words.end()) ++m_rows[static_cast<std::size_t>(found - k_status_words.begin())];
 }
 
-void run_summary::count_attempt(const dns_packet_transaction& transaction, const DNS_RES_RECORD& query) {
-  ++m_attempts;
-  if (transaction.received_length == 0) return;
-  if (const auto header = read_message_header(transaction.received)) {
-    const auto named = std::find(std::begin(k_named_rcodes), std::end(k_named_rcodes), header->rcode);
-    ++m_rcodes[static_cast<std::size_t>(named - std::begin(k_named_rcodes))];
-  } else {
-    ++m_rcodes.back();  // too short to carry a code
+void name_tally::count_attempt(const dns_packet_transaction& transaction, const DNS_RES_RECORD& query) {
+  attempt_note note;
+  if (transaction.received_length != 0) {
+    const auto header = read_message_header(transaction.received);
+    // A reply too short to carry a code counts as "other", the slot after the named ones.
+    const auto* named = header ? std::find(std::begin(k_named_rcodes), std::end(k_named_rcodes), header->rcode)
+                               : std::end(k_named_rcodes);
+    note.rcode_slot = static_cast<std::uint8_t>(named - std::begin(k_named_rcodes));
+    // Both times come from the wall clock; a step back must not wrap around.
+    const std::uint64_t ticks =
+        transaction.received_at > query.timestamp ? transaction.received_at - query.timestamp : 0;
+    note.rtt_micros = ticks / 10;
   }
-  // Both times come from the wall clock; a step back must not wrap around.
-  const std::uint64_t ticks = transaction.received_at > query.timestamp ? transaction.received_at - query.timestamp : 0;
-  const std::uint64_t micros = ticks / 10;
-  ++m_rtt[bucket_of(micros)];
-  ++m_replies;
-  m_rtt_max = std::max(m_rtt_max, micros);
+  m_attempts.push_back(note);
+}
+
+void run_summary::add(const name_tally& name) {
+  if (name.m_attempts.empty()) return;
+  ++m_names;
+  m_attempts += name.m_attempts.size();
+  for (std::size_t i = 0; i < m_rows.size(); ++i) m_rows[i] += name.m_rows[i];
+  for (const name_tally::attempt_note& note : name.m_attempts) {
+    if (note.rcode_slot == name_tally::k_no_reply) continue;
+    ++m_rcodes[note.rcode_slot];
+    ++m_rtt[bucket_of(note.rtt_micros)];
+    ++m_replies;
+    m_rtt_max = std::max(m_rtt_max, note.rtt_micros);
+  }
 }
 
 std::size_t run_summary::bucket_of(std::uint64_t micros) {

@@ -7,6 +7,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "dns/dns_record.h"
 
@@ -19,12 +20,31 @@ inline constexpr const char* k_status_invalid = "invalid";
 inline constexpr std::array<std::string_view, 5> k_status_words = {
     k_status_success, k_status_sock_err, k_status_timeout, k_status_unkresp, k_status_invalid};
 
-class run_summary {
+// What one name added to the run, counted while its attempts are reported and added to the
+// summary when its rows are out: a bulk run renders a name before earlier names are written,
+// and a stop signal may keep it from the output, so it must not count before then.
+class name_tally {
  public:
-  void count_name() { ++m_names; }
   void count_row(std::string_view status);
   // One finished attempt: its reply's response code and its round-trip time, if it got one.
   void count_attempt(const dns_packet_transaction& transaction, const DNS_RES_RECORD& query);
+  bool empty() const { return m_attempts.empty(); }
+
+ private:
+  friend class run_summary;
+  static constexpr std::uint8_t k_no_reply = 0xFF;
+  struct attempt_note {
+    std::uint8_t rcode_slot = k_no_reply;  // index into the summary's named codes; "other" last
+    std::uint64_t rtt_micros = 0;
+  };
+  std::array<std::uint32_t, k_status_words.size()> m_rows{};
+  std::vector<attempt_note> m_attempts;
+};
+
+class run_summary {
+ public:
+  // One name whose rows are out; a name without attempts (never asked) is not counted.
+  void add(const name_tally& name);
 
   // "1200 names, 950 names/s, 3 timeouts, 1.3 s"
   std::string progress_text(double elapsed_seconds) const;

@@ -1,0 +1,24 @@
+// One name asked the sequential way: up to retry+1 attempts, each on the wire through
+// net/query_transaction, each reported through report/attempt_report as soon as it is over.
+#pragma once
+
+#include <ostream>
+
+#include "dns/dns_record.h"
+#include "net/query_transaction.h"
+#include "net/send_pacer.h"
+#include "params/input_params.h"
+#include "report/attempt_report.h"
+#include "report/run_summary.h"
+
+// What a run shares between its names beyond the configuration; both optional.
+struct run_extras {
+  send_pacer* pacer = nullptr;      // -qps
+  run_summary* summary = nullptr;   // progress line and -stats
+};
+
+// Writes every attempt's rows (and the verbose dump), flushed after each attempt. A stop
+// signal ends it between attempts, or during the wait, in which case that attempt writes
+// nothing and the name counts as never answered.
+name_outcome run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                       input_params& config, const run_extras& extras = {}, const query_origin& origin = {});

@@ -1,0 +1,70 @@
+#include "report/attempt_report.h"
+
+#include "report/hex_view.h"
+#include "report/table_writer.h"
+#include "report/xml_writer.h"
+
+namespace {
+
+// One row to the writer of the chosen format, counted when the run keeps a summary.
+struct row_writer {
+  std::ostream& out;
+  input_params& config;
+  name_tally* tally;
+  const json_row_context& context;  // read only by the JSON writer
+  int& written;
+
+  void operator()(DNS_RES_RECORD& record, const char* comment, const char* status) const {
+    if (config.json)
+      write_json_row(record, out, comment, status, context, config);
+    else if (config.xml)
+      write_xml_entry(record, out, config, status);  // the XML entry has no comment field
+    else
+      write_table_row(record, out, comment, status, config);
+    if (tally) tally->count_row(status);
+    ++written;
+  }
+};
+
+}  // namespace
+
+int report_attempt(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                   input_params& config, name_tally* tally, const query_origin& origin, std::int32_t attempt) {
+  const int rows = report_outcome(out, transaction, query, config, tally,
+                                  {origin.line, origin.asked, attempt, query.timestamp, &transaction});
+  config.heading_pending = 0;
+  if (config.verbose && !config.xml && !config.json) dump_attempt(out, transaction);
+  if (tally) tally->count_attempt(transaction, query);
+  return rows;
+}
+
+int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                   input_params& config, name_tally* tally, const json_row_context& context) {
+  int written = 0;
+  const row_writer write_row{out, config, tally, context, written};
+  // Without a parsed reply the row is the query record itself: name, type, server, ID and
+  // the time of sending.
+  if (transaction.sent_length == 0) {
+    write_row(query, k_section_question, k_status_sock_err);
+    return written;
+  }
+  if (transaction.received_length == 0) {
+    write_row(query, k_section_question, k_status_timeout);
+    return written;
+  }
+  const bool answered = !transaction.answers.empty();
+  if (transaction.questions.empty() && !answered && transaction.authority.empty() &&
+      transaction.additional.empty()) {
+    write_row(query, k_section_question, k_status_unkresp);
+    return written;
+  }
+  // Questions are shown only when they went unanswered, and never for a CNAME query, whose
+  // empty answer is a meaningful "no alias" rather than a failure.
+  if (!answered && query.type != k_type_cname) {
+    for (DNS_RES_RECORD& question : transaction.questions) write_row(question, k_section_question, k_status_invalid);
+  }
+  for (DNS_RES_RECORD& record : transaction.answers) write_row(record, k_section_answer, k_status_success);
+  for (DNS_RES_RECORD& record : transaction.authority) write_row(record, k_section_authority, k_status_success);
+  for (DNS_RES_RECORD& record : transaction.additional) write_row(record, k_section_additions, k_status_success);
+  return written;
+}

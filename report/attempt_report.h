@@ -1,0 +1,30 @@
+// What zib writes for one finished attempt: its rows in the chosen format (text, CSV, XML or
+// JSON), then the verbose dump. The transport carries the messages; this is where they turn
+// into report lines, for the sequential run and the bulk run alike.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string_view>
+
+#include "dns/dns_record.h"
+#include "params/input_params.h"
+#include "report/json_writer.h"
+#include "report/run_summary.h"
+
+// Where a query's name came from, for the report that says so (JSON).
+struct query_origin {
+  std::uint64_t line = 1;  // input line number
+  std::string_view asked;  // the name as asked
+};
+
+// The rows of one attempt; `context` is read only by the JSON writer. Returns the number of
+// rows written.
+int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                   input_params& config, name_tally* tally = nullptr, const json_row_context& context = {});
+
+// Everything written for one finished attempt (number `attempt`, from 1): its rows, then the
+// verbose dump; counted in `tally` when given. Clears the heading-pending flag, whether or not
+// a row was written: the heading belongs to the run's first attempt. Returns the rows written.
+int report_attempt(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                   input_params& config, name_tally* tally, const query_origin& origin, std::int32_t attempt);
