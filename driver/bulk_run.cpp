@@ -1,50 +1,74 @@
 #include "driver/bulk_run.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
+#include <utility>
 #include <cstdint>
 #include <vector>
 
 #include "dns/query_builder.h"
-#include "driver/error_printer.h"
+#include "driver/hold_queue.h"
 #include "driver/output_file.h"
 #include "net/event_loop.h"
 #include "net/interrupt.h"
+#include "net/reply_matcher.h"
+#include "net/udp_pool.h"
+#include "report/attempt_report.h"
 #include "report/json_writer.h"
+#include "report/stream_format.h"
+#include "report/table_writer.h"
+#include "time/clock.h"
 
 namespace {
 
 using clock = std::chrono::steady_clock;
 
-// Descriptors the run needs besides one socket per name in flight: standard streams, the
-// results file, the stop signal's pipe, and some room for the C library.
+// Shared sockets: a socket holds at most one waiting query per ID, and queries draw their IDs
+// from 90 numbers, so a run starts with a few more sockets than the in-flight count needs on
+// average, at least two (a name's next attempt goes out from another socket than its last), and
+// opens more when an ID is taken on every one.
+constexpr std::size_t k_ids = 90;
+// Descriptors the run needs besides its sockets: standard streams, the results file, the stop
+// signal's pipe, an attempt's own socket, the event loop, and some room for the C library.
 constexpr rlim_t k_spare_descriptors = 16;
 
-// Raises the soft limit on descriptors as far as `wanted` names need; if the hard limit is
-// in the way, the run goes on with fewer names in flight and says so once.
-std::size_t allowed_in_flight(std::size_t wanted) {
+// Event tokens: a shared socket's number, or this bit and the slot of an attempt that has a
+// socket of its own.
+constexpr std::uint64_t k_own_socket = std::uint64_t{1} << 63;
+
+std::size_t pool_size(std::size_t in_flight) { return std::max<std::size_t>(2, (in_flight + k_ids - 1) / k_ids + 2); }
+
+// Raises the soft limit on descriptors as far as `wanted` sockets need (the hard limit permitting).
+void make_room_for(std::size_t wanted) {
   rlimit limit{};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return wanted;
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   const rlim_t needed = static_cast<rlim_t>(wanted) + k_spare_descriptors;
-  if (limit.rlim_cur != RLIM_INFINITY && limit.rlim_cur < needed) {
-    rlimit raised = limit;
-    raised.rlim_cur = limit.rlim_max == RLIM_INFINITY ? needed : std::min(needed, limit.rlim_max);
-    if (::setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
-  }
-  if (limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur >= needed) return wanted;
-  const std::size_t allowed =
-      limit.rlim_cur > k_spare_descriptors + 1 ? static_cast<std::size_t>(limit.rlim_cur - k_spare_descriptors) : 1;
-  print_error("inflight lowered to %zu: the open file limit is %llu\n", allowed,
-              static_cast<unsigned long long>(limit.rlim_cur));
-  return allowed;
+  if (limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur >= needed) return;
+  limit.rlim_cur = limit.rlim_max == RLIM_INFINITY ? needed : std::min(needed, limit.rlim_max);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-// A first-in first-out list of ring slots that can also drop a slot from its middle. Every
-// attempt waits the same time and every pause lasts the same time, so the order slots enter
-// is the order their time runs out: the front is always the next one due.
+// Only dotted IPv4 text is meant, as one at a time: the conversion is not checked, and an
+// unusable text fails or times out where it is sent.
+datagram_destination destination_of(const input_params& config) {
+  datagram_destination to;
+  auto* ipv4 = reinterpret_cast<sockaddr_in*>(&to.address);
+  ipv4->sin_family = AF_INET;
+  ipv4->sin_port = htons(config.port);
+  ipv4->sin_addr.s_addr = ::inet_addr(config.server.c_str());
+  to.length = sizeof(sockaddr_in);
+  return to;
+}
+
+// A first-in first-out list of slots that can also drop a slot from its middle. Every attempt
+// waits the same time and every pause lasts the same time, so the order slots enter is the
+// order their time runs out: the front is always the next one due.
 class slot_fifo {
  public:
   explicit slot_fifo(std::size_t slots) : m_prev(slots, k_none), m_next(slots, k_none) {}
@@ -76,38 +100,55 @@ struct finished_attempt {
   bool answered = false;
 };
 
-// One name's life: queued to send, waiting for its reply, pausing before the next attempt,
-// then done and waiting for the names before it to be written.
-struct name_slot {
-  enum class state { free, queued, waiting, pausing, done };
+// One name on its way: queued to send, waiting for its reply, pausing before its next attempt.
+struct flight {
+  enum class state { free, queued, waiting, pausing };
   state now = state::free;
+  std::uint64_t sequence = 0;          // its place in the hold queue
   name_entry name;                     // its query is the one sent
   dns_packet_transaction transaction;  // the attempt in flight
-  qv::socket link;
-  clock::time_point due{};             // end of the wait or of the pause
   std::vector<finished_attempt> attempts;
+  clock::time_point due{};             // end of the wait or of the pause
+  qv::socket own;                      // the attempt's own socket, when it went out alone
+  int shared = -1;                     // the shared socket it waits on, or -1
+  int last_shared = -1;                // the shared socket of its last attempt
 };
 
 class bulk_scheduler {
  public:
   bulk_scheduler(std::ostream& out, input_params& config, const query_source& next, const run_extras& extras,
-                 run_progress& progress, name_outcome& worst)
+                 run_progress& progress, name_outcome& worst, std::uint64_t lines_before)
       : m_out(out), m_config(config), m_next(next), m_extras(extras), m_progress(progress), m_worst(worst),
-        m_ring(allowed_in_flight(static_cast<std::size_t>(config.inflight))), m_queued(m_ring.size()),
-        m_waiting(m_ring.size()), m_pausing(m_ring.size()), m_wait(wait_of(config)),
-        m_pause(std::chrono::seconds(static_cast<unsigned>(config.delay))) {}
+        m_slots(static_cast<std::size_t>(config.inflight)), m_queued(m_slots.size()), m_waiting(m_slots.size()),
+        m_pausing(m_slots.size()), m_wait(wait_of(config)),
+        m_pause(std::chrono::seconds(static_cast<unsigned>(config.delay))),
+        m_hold(!config.unordered, static_cast<std::size_t>(config.hold_mb) << 20, lines_before),
+        m_heading_pending(config.heading_pending != 0 && !config.xml && !config.json) {
+    // Names are rendered before their turn to be written: the heading is put in front of the
+    // run's first name here, never by a row writer.
+    m_config.heading_pending = 0;
+    for (std::size_t i = m_slots.size(); i-- > 0;) m_free.push_back(i);
+    const std::size_t sockets = pool_size(m_slots.size());
+    make_room_for(sockets * 2);
+    m_pool.open(destination_of(config), sockets);
+    for (std::size_t i = 0; i < m_pool.size(); ++i) m_loop.watch(m_pool.descriptor(i), i, interest::read);
+    m_matcher.set_sockets(m_pool.size());
+  }
 
-  bool run() {
-    // Writing first frees ring slots for the names admitted next.
+  bulk_result run() {
     while (write_finished() && interrupt_signal() == 0) {
       m_progress.tick();
       admit();
       send_queued();
-      if (m_input_done && m_written == m_started) return true;
+      if (m_input_done && m_free.size() == m_slots.size() && m_hold.empty()) break;
       collect(m_loop.wait(wait_timeout_ms()));
     }
-    return !m_output_failed && write_finished();
+    // After a stop signal: what may be written by now, and nothing more.
+    const bool written = write_finished();
+    return {written, m_hold.resume_line()};
   }
+
+  std::uint64_t strays() const { return m_strays; }
 
  private:
   static clock::duration wait_of(const input_params& config) {
@@ -115,90 +156,198 @@ class bulk_scheduler {
     return ms < 0 ? clock::duration::max() / 2 : std::chrono::milliseconds(ms);
   }
 
-  name_slot& slot_of(std::uint64_t sequence) { return m_ring[sequence % m_ring.size()]; }
-  std::size_t index_of(std::uint64_t sequence) const { return sequence % m_ring.size(); }
-
-  // New names start only while the ring has room: a name that takes long holds back the ones
-  // after it, and memory stays bounded by the ring whatever the input's length.
+  // New names start while a slot is free and the held reports leave room: a slow name holds
+  // back the output, not the names after it.
   void admit() {
-    while (!m_input_done && m_started - m_written < m_ring.size() && interrupt_signal() == 0) {
-      name_slot& slot = slot_of(m_started);
-      if (!m_next(slot.name)) {
+    while (!m_input_done && !m_free.empty() && m_hold.has_room() && interrupt_signal() == 0) {
+      const std::size_t index = m_free.back();
+      flight& f = m_slots[index];
+      if (!m_next(f.name)) {
         m_input_done = true;
-        break;
+        return;
       }
+      m_free.pop_back();
+      f.sequence = m_hold.start();
+      f.last_shared = -1;
       // A name that cannot be built, and every name when a negative retry count switches the
       // queries off, is done at once: silently, or for the bad name its JSON object.
-      const bool asked = slot.name.built && m_config.retry >= 0;
-      slot.now = asked ? name_slot::state::queued : name_slot::state::done;
-      if (slot.now == name_slot::state::queued) m_queued.push(index_of(m_started));
-      ++m_started;
+      if (!f.name.built || m_config.retry < 0) {
+        complete(index);
+        continue;
+      }
+      f.now = flight::state::queued;
+      m_queued.push(index);
     }
   }
 
+  // Every queued name whose turn has come (-qps) goes out: alone, when nothing else is waiting,
+  // from a socket of its own as one at a time would; otherwise from a shared socket, in batches.
   void send_queued() {
+    m_batch.clear();
     while (!m_queued.empty() && interrupt_signal() == 0) {
       const clock::time_point now = clock::now();
       if (m_extras.pacer) {
-        if (now < m_extras.pacer->next_send()) return;
+        if (now < m_extras.pacer->next_send()) break;
         m_extras.pacer->sent(now);
       }
       const std::size_t index = m_queued.front();
       m_queued.remove(index);
-      start_attempt(index, now);
+      if (m_waiting_count == 0 && m_batch.empty())
+        send_alone(index, now);
+      else
+        m_batch.push_back(index);
     }
+    send_batch();
   }
 
-  void start_attempt(std::size_t index, clock::time_point now) {
-    name_slot& slot = m_ring[index];
-    slot.link = send_query(slot.transaction, slot.name.query, &m_config.server, m_config.port);
-    const int descriptor = static_cast<int>(slot.link.descriptor());
-    if (descriptor == -1) {
+  void send_alone(std::size_t index, clock::time_point now) {
+    flight& f = m_slots[index];
+    f.own = send_query(f.transaction, f.name.query, &m_config.server, m_config.port);
+    const int descriptor = static_cast<int>(f.own.descriptor());
+    if (descriptor == -1 || !m_loop.watch(descriptor, k_own_socket | index, interest::read)) {
+      f.own.close();
       finish_attempt(index, false, now);  // "sock err"
       return;
     }
-    if (static_cast<std::size_t>(descriptor) >= m_slot_of_descriptor.size())
-      m_slot_of_descriptor.resize(static_cast<std::size_t>(descriptor) + 1);
-    m_slot_of_descriptor[static_cast<std::size_t>(descriptor)] = index;
-    m_loop.watch(descriptor);
-    slot.now = name_slot::state::waiting;
-    slot.due = now + m_wait;
+    start_waiting(index, now);
+  }
+
+  void send_batch() {
+    if (m_batch.empty()) return;
+    m_outgoing.resize(m_pool.size());
+    for (std::vector<std::size_t>& indexes : m_outgoing) indexes.clear();
+    for (const std::size_t index : m_batch) {
+      flight& f = m_slots[index];
+      prepare(f);
+      const auto socket = shared_socket_for(f);
+      if (!socket) {
+        finish_attempt(index, false, clock::now());  // no socket to be had: "sock err"
+        continue;
+      }
+      f.shared = static_cast<int>(*socket);
+      m_matcher.add(static_cast<reply_matcher::attempt_id>(index), *socket, f.transaction.sent);
+      m_outgoing[*socket].push_back(index);
+    }
+    for (std::size_t socket = 0; socket < m_outgoing.size(); ++socket) {
+      std::vector<std::size_t>& indexes = m_outgoing[socket];
+      if (indexes.empty()) continue;
+      m_messages.clear();
+      for (const std::size_t index : indexes) m_messages.push_back({m_slots[index].transaction.sent, false});
+      m_pool.send(socket, m_messages);
+      const clock::time_point now = clock::now();
+      for (std::size_t i = 0; i < indexes.size(); ++i) {
+        flight& f = m_slots[indexes[i]];
+        if (m_messages[i].sent) {
+          f.transaction.sent_length = static_cast<std::uint32_t>(f.transaction.sent.size());
+          start_waiting(indexes[i], now);
+        } else {
+          m_matcher.forget(socket, f.transaction.sent);
+          f.shared = -1;
+          finish_attempt(indexes[i], false, now);  // "sock err"
+        }
+      }
+    }
+  }
+
+  // A shared socket on which the query's ID is free, not the one of the name's last attempt (so
+  // a late reply to that attempt cannot be taken for this one); a new socket when every one
+  // holds the ID.
+  std::optional<std::size_t> shared_socket_for(const flight& f) {
+    if (const auto socket = m_matcher.free_socket(f.transaction.sent, f.last_shared)) return socket;
+    if (!m_pool.grow()) return std::nullopt;
+    const std::size_t added = m_pool.size() - 1;
+    m_loop.watch(m_pool.descriptor(added), added, interest::read);
+    m_matcher.set_sockets(m_pool.size());
+    m_outgoing.resize(m_pool.size());
+    return m_matcher.free_socket(f.transaction.sent, f.last_shared);
+  }
+
+  // The attempt's bookkeeping before its query goes out on a shared socket, as send_query()
+  // does it for a socket of the attempt's own.
+  void prepare(flight& f) {
+    f.transaction.clear();
+    f.name.query.timestamp = now_timestamp();
+    f.name.query.server = m_config.server;
+    f.transaction.sent = f.name.query.packet;
+  }
+
+  void start_waiting(std::size_t index, clock::time_point now) {
+    flight& f = m_slots[index];
+    f.now = flight::state::waiting;
+    f.due = now + m_wait;
     m_waiting.push(index);
+    ++m_waiting_count;
   }
 
   // The attempt is over, by a reply, a time-out or a failed send: it is kept for the report,
   // and the name goes on to its next attempt or is done.
   void finish_attempt(std::size_t index, bool answered, clock::time_point now) {
-    name_slot& slot = m_ring[index];
-    if (slot.now == name_slot::state::waiting) {
-      m_loop.forget(static_cast<int>(slot.link.descriptor()));
+    flight& f = m_slots[index];
+    if (f.now == flight::state::waiting) {
       m_waiting.remove(index);
+      --m_waiting_count;
+      if (f.shared >= 0) {
+        m_matcher.forget(static_cast<std::size_t>(f.shared), f.transaction.sent);
+        f.last_shared = f.shared;
+        f.shared = -1;
+      } else {
+        m_loop.forget(static_cast<int>(f.own.descriptor()), true);
+      }
     }
-    slot.link.close();  // before any row is written, as in the sequential run
-    slot.attempts.push_back({slot.name.query, std::move(slot.transaction), answered});
-    slot.transaction.clear();
-    const bool more = !answered && slot.attempts.size() <= static_cast<std::size_t>(m_config.retry);
+    f.own.close();  // before any row is written, as one at a time
+    f.attempts.push_back({f.name.query, std::move(f.transaction), answered});
+    f.transaction.clear();
+    const bool more = !answered && f.attempts.size() <= static_cast<std::size_t>(m_config.retry);
     if (!more) {
-      slot.now = name_slot::state::done;
+      complete(index);
     } else if (m_pause.count() != 0) {
-      slot.now = name_slot::state::pausing;  // -delay: before this name's next attempt only
-      slot.due = now + m_pause;
+      f.now = flight::state::pausing;  // -delay: before this name's next attempt only
+      f.due = now + m_pause;
       m_pausing.push(index);
     } else {
-      slot.now = name_slot::state::queued;
+      f.now = flight::state::queued;
       m_queued.push(index);
     }
   }
 
-  int wait_timeout_ms() const {
-    // A failed send finishes an attempt without any event to wait for: then the next round
-    // writes that name and admits the next ones at once.
-    const bool head_done = m_written < m_started && m_ring[index_of(m_written)].now == name_slot::state::done;
-    if (head_done || (!m_input_done && m_started - m_written < m_ring.size())) return 0;
+  // The name is done: its report is made now, through the same steps as one at a time, and
+  // held until its turn; its slot is free for the next name.
+  void complete(std::size_t index) {
+    flight& f = m_slots[index];
+    rendered_name name;
+    name.line = f.name.line;
+    name.input_end = f.name.input_end;
+    name.outcome = name_outcome::no_reply;
+    m_render.clear();
+    if (!f.name.built) {
+      if (m_config.json) write_json_bad_name(m_render.stream(), f.name.line, f.name.asked, name_fault(f.name.asked));
+    } else if (!f.attempts.empty()) {
+      const query_origin origin{f.name.line, f.name.asked};
+      for (std::size_t i = 0; i < f.attempts.size(); ++i) {
+        finished_attempt& a = f.attempts[i];
+        const int rows = report_attempt(m_render.stream(), a.transaction, a.query, m_config, &name.tally, origin,
+                                        static_cast<std::int32_t>(i + 1));
+        if (i == 0) name.rows_first = rows > 0;
+      }
+      name.asked = true;
+      name.outcome = classify_attempt(f.attempts.back().transaction, f.attempts.back().answered);
+    }
+    name.bytes.assign(m_render.text());
+    m_hold.finish(f.sequence, std::move(name));
+    f.attempts.clear();
+    f.now = flight::state::free;
+    m_free.push_back(index);
+    m_finished_since_wait = true;
+  }
+
+  int wait_timeout_ms() {
+    // A name finished outside a wait (a failed send, a bad name) may be writable at once, and
+    // its slot may take the next name.
+    if (std::exchange(m_finished_since_wait, false)) return 0;
     const clock::time_point now = clock::now();
     clock::time_point until = clock::time_point::max();
-    if (!m_waiting.empty()) until = std::min(until, m_ring[m_waiting.front()].due);
-    if (!m_pausing.empty()) until = std::min(until, m_ring[m_pausing.front()].due);
+    if (!m_waiting.empty()) until = std::min(until, m_slots[m_waiting.front()].due);
+    if (!m_pausing.empty()) until = std::min(until, m_slots[m_pausing.front()].due);
     if (!m_queued.empty()) until = std::min(until, m_extras.pacer ? m_extras.pacer->next_send() : now);
     if (until == clock::time_point::max()) return -1;
     if (until <= now) return 0;
@@ -206,62 +355,68 @@ class bulk_scheduler {
     return static_cast<int>(std::min<long long>(left, INT32_MAX));
   }
 
-  // Replies first, then time-outs: an attempt whose socket was not readable when the wait
-  // ended, and whose time had run out by then, got no reply in time.
-  void collect(const std::vector<int>& ready) {
+  // Replies first, then time-outs: an attempt whose reply was not read when the wait ended,
+  // and whose time had run out by then, got no reply in time.
+  void collect(std::span<const ready_event> ready) {
     const clock::time_point now = clock::now();
-    for (const int descriptor : ready) {
-      const std::size_t index = m_slot_of_descriptor[static_cast<std::size_t>(descriptor)];
-      name_slot& slot = m_ring[index];
-      const bool answered = take_reply(slot.transaction, slot.name.query, &m_config.server, slot.link);
-      finish_attempt(index, answered, now);
+    for (const ready_event& event : ready) {
+      if ((event.token & k_own_socket) != 0) {
+        const std::size_t index = static_cast<std::size_t>(event.token & ~k_own_socket);
+        flight& f = m_slots[index];
+        if (f.now != flight::state::waiting || f.shared >= 0) continue;
+        finish_attempt(index, take_reply(f.transaction, f.name.query, &m_config.server, f.own), now);
+      } else {
+        read_shared(static_cast<std::size_t>(event.token), now);
+      }
     }
-    while (!m_waiting.empty() && m_ring[m_waiting.front()].due <= now) finish_attempt(m_waiting.front(), false, now);
-    while (!m_pausing.empty() && m_ring[m_pausing.front()].due <= now) {
+    while (!m_waiting.empty() && m_slots[m_waiting.front()].due <= now) finish_attempt(m_waiting.front(), false, now);
+    while (!m_pausing.empty() && m_slots[m_pausing.front()].due <= now) {
       const std::size_t index = m_pausing.front();
       m_pausing.remove(index);
-      m_ring[index].now = name_slot::state::queued;
+      m_slots[index].now = flight::state::queued;
       m_queued.push(index);
     }
   }
 
-  // Every name that is done and has no unfinished name before it, in input order, through
-  // the same reporting as the sequential run; then one flush for all of them.
-  bool write_finished() {
-    if (m_output_failed) return false;
-    if (m_written == m_started || slot_of(m_written).now != name_slot::state::done) return true;
-    errno = 0;
-    while (m_written < m_started && slot_of(m_written).now == name_slot::state::done) {
-      name_slot& slot = slot_of(m_written);
-      write_name(slot);
-      slot.attempts.clear();
-      slot.now = name_slot::state::free;
-      ++m_written;
+  void read_shared(std::size_t socket, clock::time_point now) {
+    const auto query_of = [this](reply_matcher::attempt_id a) -> std::span<const std::uint8_t> {
+      return m_slots[a].transaction.sent;
+    };
+    for (auto batch = m_pool.receive(socket); !batch.empty(); batch = m_pool.receive(socket)) {
+      for (const std::span<const std::uint8_t> datagram : batch) {
+        // An empty datagram is no reply, as one at a time: it is simply not one.
+        if (datagram.empty()) continue;
+        const auto found = m_matcher.find(socket, datagram, query_of);
+        if (!found) {
+          ++m_strays;
+          continue;
+        }
+        flight& f = m_slots[*found];
+        finish_attempt(*found, accept_reply(f.transaction, f.name.query, &m_config.server, datagram), now);
+      }
     }
-    m_output_failed = output_failed(m_out);
-    return !m_output_failed;
   }
 
-  // What the sequential run writes for the name, and its outcome: the last attempt decides.
-  void write_name(name_slot& slot) {
-    const name_entry& name = slot.name;
-    if (!name.built) {
-      m_worst = std::max(m_worst, name_outcome::no_reply);
-      if (m_config.json) write_json_bad_name(m_out, name.line, name.asked, name_fault(name.asked));
-      return;
-    }
-    if (slot.attempts.empty()) {  // queries switched off
-      m_worst = std::max(m_worst, name_outcome::no_reply);
-      return;
-    }
-    const query_origin origin{name.line, name.asked};
-    std::int32_t number = 0;
-    name_tally tally;
-    for (finished_attempt& attempt : slot.attempts)
-      report_attempt(m_out, attempt.transaction, attempt.query, m_config, &tally, origin, ++number);
-    if (m_extras.summary) m_extras.summary->add(tally);
-    const finished_attempt& last = slot.attempts.back();
-    m_worst = std::max(m_worst, classify_attempt(last.transaction, last.answered));
+  // Every name that may be written now, through one flush. The heading goes in front of the
+  // first name that was asked, when its first attempt wrote rows, as one at a time.
+  bool write_finished() {
+    if (m_output_failed) return false;
+    bool any = false;
+    m_hold.drain([&](rendered_name& name) {
+      if (!any) errno = 0;
+      any = true;
+      if (m_heading_pending && name.asked) {
+        if (name.rows_first) write_table_heading(m_out, m_config);
+        m_heading_pending = false;
+      }
+      m_out.write(name.bytes.data(), static_cast<std::streamsize>(name.bytes.size()));
+      if (m_extras.summary) m_extras.summary->add(name.tally);
+      m_worst = std::max(m_worst, name.outcome);
+      m_progress.input_done(name.input_end);
+    });
+    if (!any) return true;
+    m_output_failed = output_failed(m_out);
+    return !m_output_failed;
   }
 
   std::ostream& m_out;
@@ -270,24 +425,35 @@ class bulk_scheduler {
   const run_extras& m_extras;
   run_progress& m_progress;
   name_outcome& m_worst;
-  std::vector<name_slot> m_ring;
+  std::vector<flight> m_slots;
+  std::vector<std::size_t> m_free;
   slot_fifo m_queued;
   slot_fifo m_waiting;
   slot_fifo m_pausing;
+  std::size_t m_waiting_count = 0;
   const clock::duration m_wait;
   const clock::duration m_pause;
+  hold_queue m_hold;
+  bool m_heading_pending;
   event_loop m_loop;
-  std::vector<std::size_t> m_slot_of_descriptor;
-  std::uint64_t m_started = 0;  // names taken from the source
-  std::uint64_t m_written = 0;  // names whose rows are out; the ring's oldest slot
+  udp_pool m_pool;
+  reply_matcher m_matcher;
+  std::vector<std::size_t> m_batch;
+  std::vector<std::vector<std::size_t>> m_outgoing;
+  std::vector<udp_pool::outgoing> m_messages;
+  std::uint64_t m_strays = 0;
+  report_row m_render;
   bool m_input_done = false;
   bool m_output_failed = false;
+  bool m_finished_since_wait = false;
 };
 
 }  // namespace
 
-bool run_bulk(std::ostream& out, input_params& config, const query_source& next, const run_extras& extras,
-              run_progress& progress, name_outcome& worst) {
-  bulk_scheduler scheduler(out, config, next, extras, progress, worst);
-  return scheduler.run();
+bulk_result run_bulk(std::ostream& out, input_params& config, const query_source& next, const run_extras& extras,
+                     run_progress& progress, name_outcome& worst, std::uint64_t lines_before) {
+  bulk_scheduler scheduler(out, config, next, extras, progress, worst, lines_before);
+  const bulk_result result = scheduler.run();
+  if (extras.summary) extras.summary->count_strays(scheduler.strays());
+  return result;
 }

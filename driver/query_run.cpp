@@ -41,12 +41,12 @@ name_outcome attempts(std::ostream& out, dns_packet_transaction& transaction, DN
 
 }  // namespace
 
-name_outcome run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+query_result run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                        input_params& config, const run_extras& extras, const query_origin& origin) {
   // A negative retry count switches the query off: nothing is sent, not even a row written.
-  if (config.retry < 0) return name_outcome::no_reply;
+  if (config.retry < 0) return {};
   name_tally tally;
   const name_outcome outcome = attempts(out, transaction, query, config, extras, origin, tally);
   if (extras.summary) extras.summary->add(tally);
-  return outcome;
+  return {outcome, !tally.empty()};
 }

@@ -17,8 +17,15 @@ struct run_extras {
   run_summary* summary = nullptr;   // progress line and -stats
 };
 
+// How a name asked one at a time ended: its outcome, and whether any attempt of it was reported
+// (a stop signal during its first wait leaves it unreported).
+struct query_result {
+  name_outcome outcome = name_outcome::no_reply;
+  bool reported = false;
+};
+
 // Writes every attempt's rows (and the verbose dump), flushed after each attempt. A stop
 // signal ends it between attempts, or during the wait, in which case that attempt writes
 // nothing and the name counts as never answered.
-name_outcome run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+query_result run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                        input_params& config, const run_extras& extras = {}, const query_origin& origin = {});

@@ -1,6 +1,7 @@
 #include "driver/run.h"
 
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -83,26 +84,45 @@ int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, d
     bool given = false;
     const query_source once = [&](name_entry& next) {
       if (std::exchange(given, true)) return false;
-      next = {query, 1, config.query_name, true};
+      next = {query, 1, 0, config.query_name, true};
       return true;
     };
-    return run_bulk(out, config, once, run.extras, run.progress, worst) ? k_exit_ok : k_exit_fatal;
+    return run_bulk(out, config, once, run.extras, run.progress, worst).written ? k_exit_ok : k_exit_fatal;
   }
   errno = 0;
-  note(worst, run_query(out, transaction, query, config, run.extras, {1, config.query_name}));
+  note(worst, run_query(out, transaction, query, config, run.extras, {1, config.query_name}).outcome);
   return output_failed(out) ? k_exit_fatal : k_exit_ok;
 }
 
-// Returns false when the output failed; the rest of the input is then left unread. A stop
-// signal ends the reading: a line cut short by it is not asked.
-bool ask_piped(std::ostream& out, input_params& config, dns_packet_transaction& transaction, run_state& run,
-               name_outcome& worst) {
+// Where a piped run stands when it ends: false when the output failed (the rest of the input
+// is then left unread), and the last input line up to which every name is written.
+struct piped_result {
+  bool written = true;
+  std::uint64_t resume_line = 0;
+};
+
+// When standard input is a file, the status line can tell how much of it is done.
+void measure_input(run_progress& progress, std::uint64_t skipped_bytes) {
+  struct stat input {};
+  if (::fstat(STDIN_FILENO, &input) != 0 || !S_ISREG(input.st_mode)) return;
+  const off_t at = ::lseek(STDIN_FILENO, 0, SEEK_CUR);
+  const std::uint64_t before = at > 0 ? static_cast<std::uint64_t>(at) : 0;
+  const std::uint64_t size = static_cast<std::uint64_t>(input.st_size);
+  if (size > before) progress.set_input_size(size - before, skipped_bytes);
+}
+
+// A stop signal ends the reading: a line cut short by it is not asked.
+piped_result ask_piped(std::ostream& out, input_params& config, dns_packet_transaction& transaction, run_state& run,
+                       name_outcome& worst) {
   qvportdir::stdin_stream_ex reader(config);
-  if (!config.use_stdin || !reader.init_to_stdin()) return true;
+  if (!config.use_stdin || !reader.init_to_stdin()) return {};
   const auto filters = build_filters(config.filters);
   config.heading_pending = 1;
   std::string line;
+  // -skip_lines: lines an earlier run has written are passed over, and still counted.
   std::uint64_t number = 0;
+  while (number < config.skip_lines && reader.read(line, true)) ++number;
+  measure_input(run.progress, reader.bytes_read());
   // The next line worth asking, with its number, built into `next.query` when it can be. A
   // line that cannot be encoded is skipped without the delay: quietly in the reports made for
   // reading, with its reason in JSON, where every name gets a result.
@@ -112,29 +132,39 @@ bool ask_piped(std::ostream& out, input_params& config, dns_packet_transaction& 
       if (line.empty() || !filter_accepts(filters, line)) continue;
       config.query_name = line;
       next.line = number;
+      next.input_end = reader.bytes_read();
       next.asked = line;
       next.built = build(next.query, line, config);
       return true;
     }
     return false;
   };
-  if (bulk_mode(config)) return run_bulk(out, config, next_name, run.extras, run.progress, worst);
+  if (bulk_mode(config)) {
+    const bulk_result result = run_bulk(out, config, next_name, run.extras, run.progress, worst, number);
+    return {result.written, result.resume_line};
+  }
+  piped_result result{true, number};
   name_entry name;
   for (;;) {
     transaction.clear();
-    if (!next_name(name)) return true;
+    if (!next_name(name)) return result;
     errno = 0;
     if (!name.built) {
       note(worst, name_outcome::no_reply);
-      if (!config.json) continue;
-      write_json_bad_name(out, name.line, name.asked, name_fault(name.asked));
-      if (output_failed(out)) return false;
+      if (config.json) write_json_bad_name(out, name.line, name.asked, name_fault(name.asked));
+      if (config.json && output_failed(out)) return {false, result.resume_line};
+      result.resume_line = name.line;
       continue;
     }
-    note(worst, run_query(out, transaction, name.query, config, run.extras, {name.line, name.asked}));
-    if (output_failed(out)) return false;
+    const query_result asked = run_query(out, transaction, name.query, config, run.extras, {name.line, name.asked});
+    note(worst, asked.outcome);
+    if (output_failed(out)) return {false, result.resume_line};
+    // A name cut short after an attempt is written counts as done: going on from the next line
+    // asks no name twice.
+    if (asked.reported || config.retry < 0) result.resume_line = name.line;
+    run.progress.input_done(name.input_end);
     run.progress.tick();
-    if (interrupt_signal() != 0) return true;
+    if (interrupt_signal() != 0) return result;
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
   }
 }
@@ -194,9 +224,12 @@ int zib_main(int argc, char** argv) {
   run_state run(config, show_progress(config));
   name_outcome worst = name_outcome::answered;
   const bool single = !config.use_stdin && !config.use_enumdir;
+  piped_result piped;
   const bool asked = single ? ask_single(out, config, query, transaction, run, worst) == k_exit_ok
-                            : ask_piped(out, config, transaction, run, worst);
+                            : (piped = ask_piped(out, config, transaction, run, worst)).written;
   run.progress.finish();
+  if (!single && interrupt_signal() != 0)
+    print_error("stopped: to resume, add -skip_lines %llu\n", static_cast<unsigned long long>(piped.resume_line));
   // A failed build in single-name mode leaves the document open on purpose, like a failed output.
   if (!asked) return k_exit_fatal;
   errno = 0;

@@ -12,6 +12,7 @@ bool stdin_stream::read_line(std::string& line, bool trim) {
     return false;
   }
   line.assign(buffer_.data());
+  bytes_read_ += line.size();
   if (trim) {
     while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) line.pop_back();
   }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -23,9 +24,12 @@ class stdin_stream {
   // returns and line feeds are removed from the end; blanks and tabs stay.
   bool read_line(std::string& line, bool trim);
   bool usable() const { return stream_ != nullptr; }
+  // Bytes read so far, line ends included (a line's bytes up to a NUL in it, if it holds one).
+  std::uint64_t bytes_read() const { return bytes_read_; }
 
  private:
   std::FILE* stream_;
+  std::uint64_t bytes_read_ = 0;
   bool at_end_ = false;
   std::array<char, k_buffer_size> buffer_{};
 };

@@ -1,34 +1,50 @@
-// Waiting for datagrams on many sockets at once, in one thread: the descriptors to watch for
-// reading, and a wait with a time limit. Built on poll(), which every POSIX system has and which,
-// unlike select(), takes descriptors of any number. Every wait also ends when a stop signal
-// arrives (net/interrupt.h).
+// Waiting for many descriptors at once, in one thread: each watched descriptor carries a token
+// and an interest (readable or writable), and a wait returns the tokens of those that became
+// ready. One interface, three backends chosen when zib is built: epoll on Linux, kqueue on
+// macOS and the BSDs, poll() elsewhere (or anywhere, with -DZIB_EVENT_LOOP=poll). With epoll and
+// kqueue a wait costs in proportion to the descriptors that are ready, not to those watched.
+// Every wait also ends, with nothing ready, when a stop signal arrives (net/interrupt.h).
 #pragma once
 
-#include <cstddef>
-#include <vector>
+#include <cstdint>
+#include <memory>
+#include <span>
 
-#include <poll.h>
+enum class interest : std::uint8_t { read, write };
+
+struct ready_event {
+  std::uint64_t token;
+  bool readable;  // also set on an error or a hang-up, so the owner reads and learns of it
+  bool writable;  // likewise
+};
 
 class event_loop {
  public:
-  // Adding a descriptor twice or forgetting one not watched changes nothing.
-  void watch(int descriptor);
-  void forget(int descriptor);
-  std::size_t size() const { return m_polled.size() - 1; }
+  event_loop();
+  ~event_loop();
+  event_loop(const event_loop&) = delete;
+  event_loop& operator=(const event_loop&) = delete;
 
-  // Waits up to `timeout_ms` (negative: no limit; 0: only looks) for watched descriptors to
-  // become readable. Returns them; the list holds until the next call. Empty after a time-out,
-  // a failed wait or a stop signal.
-  const std::vector<int>& wait(int timeout_ms);
+  // Starts watching `descriptor`, or changes what it is watched for; ready events carry
+  // `token`. False when the system refused (the descriptor then is not watched).
+  bool watch(int descriptor, std::uint64_t token, interest what);
+  // Stops watching. With `closing` the caller is about to close the descriptor, which takes it
+  // out of an epoll or kqueue set by itself, so no system call is spent on it.
+  void forget(int descriptor, bool closing = false);
+
+  // Waits up to `timeout_ms` (negative: no limit; 0: only looks). The events hold until the
+  // next call; empty after a time-out, a failed wait or a stop signal.
+  std::span<const ready_event> wait(int timeout_ms);
+
+  // "epoll", "kqueue" or "poll".
+  static const char* backend_name();
 
  private:
-  void ensure_started();
-
-  std::vector<pollfd> m_polled;   // [0] is the stop signal's pipe, or an entry poll ignores
-  std::vector<int> m_position;    // index into m_polled by descriptor; 0 when not watched
-  std::vector<int> m_ready;
+  struct backend;
+  std::unique_ptr<backend> m_backend;
 };
 
 // The one-socket wait of a sequential attempt: true when `descriptor` became readable within
-// `timeout_ms` (negative: no limit), false on a time-out, a failed wait or a stop signal.
+// `timeout_ms` (negative: no limit), false on a time-out, a failed wait or a stop signal. A
+// negative descriptor waits for the time alone (or the stop signal).
 bool wait_readable(int descriptor, int timeout_ms);

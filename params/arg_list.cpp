@@ -1,6 +1,7 @@
 #include "params/arg_list.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 
 namespace {
@@ -48,6 +49,20 @@ bool read_radix(std::string_view text, unsigned base, std::int32_t& out) {
   return true;
 }
 
+// Every character a digit of `base`, at least one, and the value within 63 bits.
+bool read_all_digits(std::string_view text, unsigned base, std::int64_t& out) {
+  if (text.empty()) return false;
+  std::uint64_t value = 0;
+  for (char c : text) {
+    const int d = digit_value(c);
+    if (d >= static_cast<int>(base)) return false;
+    if (value > (static_cast<std::uint64_t>(INT64_MAX) - static_cast<std::uint64_t>(d)) / base) return false;
+    value = value * base + static_cast<std::uint64_t>(d);
+  }
+  out = static_cast<std::int64_t>(value);
+  return true;
+}
+
 }  // namespace
 
 std::string to_lower_ascii(std::string_view text) {
@@ -84,5 +99,25 @@ bool read_number(std::string_view text, std::int32_t& out) {
   if (!(first >= '0' && first <= '9') && first != '+' && first != '-') return false;
   // atoi rules: leading sign, digits up to the first non-digit, the rest ignored.
   out = static_cast<std::int32_t>(std::strtol(number.c_str(), nullptr, 10));
+  return true;
+}
+
+bool read_strict_number(std::string_view text, std::int64_t& out) {
+  const std::string number = to_lower_ascii(trim_blanks(text));
+  std::string_view digits = number;
+  std::int64_t value = 0;
+  bool read = false;
+  if (digits.starts_with("0x") || digits.starts_with("x")) {
+    read = read_all_digits(digits.substr(digits.find('x') + 1), 16, value);
+  } else if (digits.starts_with("0o") || digits.starts_with("o")) {
+    read = read_all_digits(digits.substr(digits.find('o') + 1), 8, value);
+  } else {
+    const bool negative = digits.starts_with("-");
+    if (negative || digits.starts_with("+")) digits.remove_prefix(1);
+    read = read_all_digits(digits, 10, value);
+    if (negative) value = -value;
+  }
+  if (!read) return false;
+  out = value;
   return true;
 }

@@ -23,5 +23,11 @@ std::optional<std::string> take_value(arg_list& args, std::string_view name);
 // a digit, "+" or "-". Refused text leaves `out` unchanged and returns false.
 bool read_number(std::string_view text, std::int32_t& out);
 
+// The reader of the newer switches' numbers: the whole text (blanks, tabs, CR and LF around it
+// aside) must be one number in a form read_number takes: decimal with an optional sign,
+// hexadecimal after "x" or "0x", octal after "o" or "0o". Trailing text, a fraction, an empty
+// text or a value past 64 bits is refused: false, `out` unchanged.
+bool read_strict_number(std::string_view text, std::int64_t& out);
+
 // ASCII lower case; bytes outside A-Z pass unchanged, so UTF-8 names survive.
 std::string to_lower_ascii(std::string_view text);

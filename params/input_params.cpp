@@ -1,5 +1,6 @@
 #include "params/input_params.h"
 
+#include <cstdint>
 #include <iostream>
 #include <string_view>
 
@@ -40,21 +41,32 @@ void take_number(arg_list& args, std::string_view name, std::int32_t& field) {
 struct bounded_option {
   std::string_view name;
   std::string_view word;  // in the message "invalid WORD: VALUE"
-  std::int32_t low;
-  std::int32_t high;
+  std::int64_t low;
+  std::int64_t high;
+  bool strict = false;    // the whole text one number (read_strict_number), not its head
 };
 
 constexpr bounded_option k_port{"-port", "port", 1, 65535};
 constexpr bounded_option k_timeout_ms{"-timeout_ms", "timeout_ms", 0, 86400000};  // a day
 constexpr bounded_option k_qps{"-qps", "qps", 1, 10000000};
 constexpr bounded_option k_inflight{"-inflight", "inflight", 1, 1000000};
+constexpr bounded_option k_hold_mb{"-hold_mb", "hold_mb", 1, 65536, true};
+constexpr bounded_option k_skip_lines{"-skip_lines", "skip_lines", 0, INT64_MAX, true};
 
 template <typename Number>
 bool take_bounded(arg_list& args, const bounded_option& option, Number& field) {
   const auto value = take_value(args, option.name);
   if (!value) return true;
-  std::int32_t number = 0;
-  if (!read_number(*value, number) || number < option.low || number > option.high) {
+  std::int64_t number = 0;
+  bool read = false;
+  if (option.strict) {
+    read = read_strict_number(*value, number);
+  } else {
+    std::int32_t loose = 0;
+    read = read_number(*value, loose);
+    number = loose;
+  }
+  if (!read || number < option.low || number > option.high) {
     std::cerr << "invalid " << option.word << ": " << *value << '\n';
     return false;
   }
@@ -132,8 +144,10 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
   if (take_switch(args, "-quiet")) quiet = 1;
   if (take_switch(args, "-stats")) stats = 1;
   if (take_switch(args, "-strict_exit")) strict_exit = 1;
+  if (take_switch(args, "-unordered")) unordered = 1;
   const bool valid = take_bounded(args, k_port, port) && take_bounded(args, k_timeout_ms, timeout_ms) &&
                      take_bounded(args, k_qps, qps) && take_bounded(args, k_inflight, inflight) &&
+                     take_bounded(args, k_hold_mb, hold_mb) && take_bounded(args, k_skip_lines, skip_lines) &&
                      take_asked_type(args, asked_type);
   return valid ? 1 : 0;
 }

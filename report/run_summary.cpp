@@ -107,4 +107,5 @@ void run_summary::write(std::ostream& out, double elapsed_seconds) const {
   out << ", other " << m_rcodes.back() << "\nrtt ms: p50 " << milliseconds(percentile(0.50)) << ", p95 "
       << milliseconds(percentile(0.95)) << ", p99 " << milliseconds(percentile(0.99)) << ", max "
       << milliseconds(m_rtt_max) << '\n';
+  if (m_strays != 0) out << "strays: " << m_strays << " (replies to no query in flight: late, repeated or foreign)\n";
 }

@@ -45,6 +45,8 @@ class run_summary {
  public:
   // One name whose rows are out; a name without attempts (never asked) is not counted.
   void add(const name_tally& name);
+  // Datagrams on the bulk run's shared sockets that answered no query in flight.
+  void count_strays(std::uint64_t count) { m_strays += count; }
 
   // "1200 names, 950 names/s, 3 timeouts, 1.3 s"
   std::string progress_text(double elapsed_seconds) const;
@@ -66,5 +68,6 @@ class run_summary {
   std::array<std::uint64_t, 5> m_rcodes{};  // NOERROR, NXDOMAIN, SERVFAIL, REFUSED, any other
   std::array<std::uint64_t, k_buckets> m_rtt{};
   std::uint64_t m_replies = 0;
+  std::uint64_t m_strays = 0;
   std::uint64_t m_rtt_max = 0;
 };

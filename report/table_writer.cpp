@@ -99,6 +99,10 @@ void write_fields(report_row& row, const DNS_RES_RECORD& record, std::string_vie
 
 }  // namespace
 
+void write_table_heading(std::ostream& out, const input_params& config) {
+  write_heading(out, config, widths_for(config));
+}
+
 void write_table_row(DNS_RES_RECORD& record, std::ostream& out, std::string_view comment,
                      std::string_view status, input_params& config) {
   const column_widths w = widths_for(config);

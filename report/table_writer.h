@@ -11,3 +11,7 @@
 // for `record`. The query character substitution is applied to record.name in place.
 void write_table_row(DNS_RES_RECORD& record, std::ostream& out, std::string_view comment,
                      std::string_view status, input_params& config);
+
+// The heading line alone, as write_table_row writes it before the run's first row; the bulk
+// run puts it in front of the first name it writes.
+void write_table_heading(std::ostream& out, const input_params& config);

@@ -4,7 +4,7 @@ and descriptors bounded behind a name that never answers, -qps holding its rate,
 leaving whole rows (XML and JSON), and GNU parallel splitting a list with the rows of one run.
 
     bulk_checks.py ZIB CHECK [--sanitized]      (exit 77: skipped)"""
-import json, os, random, re, shutil, signal, subprocess, sys, time
+import json, os, random, re, shutil, signal, subprocess, sys, tempfile, threading, time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from zibtest import Responder, act, mask, reply, rr, run_zib
 
@@ -17,43 +17,55 @@ def zib_args(responder, *extra):
 
 
 def order(zib):
-    """Replies delayed at random by up to 0.3 s arrive shuffled; rows leave in input order."""
-    shuffle = random.Random(13)
-    responder = Responder(cycle=[act(A, delay=shuffle.random() * 0.3) for _ in range(97)])
-    status, out, _ = run_zib(zib, zib_args(responder, "-inflight", "16"), "".join(n + "\n" for n in NAMES(120)).encode())
-    responder.close()
-    rows = [line.split(",")[0] for line in out.decode().splitlines()[2:]]
-    return status == 0 and rows == [n + "." for n in NAMES(120)], "%d rows" % len(rows)
+    """Replies delayed at random by up to 0.3 s arrive shuffled; rows leave in input order, and
+    with -unordered the same rows leave in completion order."""
+    runs = {}
+    for mode in ([], ["-unordered"]):
+        shuffle = random.Random(13)
+        responder = Responder(cycle=[act(A, delay=shuffle.random() * 0.3) for _ in range(97)])
+        status, out, _ = run_zib(zib, zib_args(responder, "-inflight", "16", *mode), "".join(n + "\n" for n in NAMES(120)).encode())
+        responder.close()
+        runs[" ".join(mode)] = (status, [line.split(",")[0] for line in out.decode().splitlines()[2:]])
+    (status, rows), (status_u, rows_u) = runs[""], runs["-unordered"]
+    in_order = [n + "." for n in NAMES(120)]
+    return (status == status_u == 0 and rows == in_order and sorted(rows_u) == sorted(in_order) and rows_u != in_order,
+            "%d rows in order, %d in completion order" % (len(rows), len(rows_u)))
 
 
 def head_of_line(zib, memory):
-    """The first name never gets a reply; while it waits, only the names that fit the ring of 50
-    start, whatever follows, and descriptors and memory stay bounded; then the rest goes through."""
+    """The first name never gets a reply; while it waits, the names after it are asked and
+    finish, until their held rows reach -hold_mb; descriptors and memory stay bounded; then every
+    row comes out in input order."""
     never = lambda query: None if b"\x05never" in query else A(query)
-    responder = Responder(cycle=[never])
-    names = ["never.test"] + NAMES(5000)
-    p = subprocess.Popen(["zib"] + zib_args(responder, "-inflight", "50", "-timeout_ms", "1500"), executable=zib,
-                         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-    p.stdin.write("".join(n + "\n" for n in names).encode())  # fits in the pipe: zib reads it slowly
-    p.stdin.close()
-    peak_fds = peak_kib = 0
-    deadline = time.monotonic() + 1.2
-    while time.monotonic() < deadline:
-        try:
-            peak_fds = max(peak_fds, len(os.listdir("/proc/%d/fd" % p.pid)))
-            with open("/proc/%d/status" % p.pid) as f:
-                peak_kib = max([peak_kib] + [int(l.split()[1]) for l in f if l.startswith("VmHWM")])
-        except OSError:  # no /proc here: nothing to sample
-            pass
-        time.sleep(0.02)
-    asked_while_stalled = len(responder.queries)
-    out = p.stdout.read()
-    p.wait(timeout=60)
-    responder.close()
-    rows = [line.split(",")[0] for line in out.decode().splitlines()[2:]]
-    bounded = asked_while_stalled == 50 and peak_fds <= 50 + 8 and (not memory or peak_kib < 16384)
-    return (bounded and p.returncode == 0 and rows == ["never.test"] + [n + "." for n in names[1:]],
-            "asked %d while stalled, peak %d descriptors, %d KiB" % (asked_while_stalled, peak_fds, peak_kib))
+    results = []
+    for count, hold, asked_ok in ((5000, [], lambda n: n == 5001), (12000, ["-hold_mb", "1"], lambda n: 1000 < n < 11000)):
+        responder = Responder(cycle=[never])
+        names = ["never.test"] + NAMES(count)
+        p = subprocess.Popen(["zib"] + zib_args(responder, "-inflight", "50", "-timeout_ms", "4000", *hold), executable=zib,
+                             stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        feeder = threading.Thread(target=lambda: (p.stdin.write("".join(n + "\n" for n in names).encode()), p.stdin.close()))
+        feeder.start()
+        peak_fds = peak_kib = 0
+        deadline, asked, still = time.monotonic() + 3.5, -1, 0
+        while time.monotonic() < deadline and still < 25:  # until half a second passes without a query
+            asked, still = len(responder.queries), still + 1 if asked == len(responder.queries) else 0
+            try:
+                peak_fds = max(peak_fds, len(os.listdir("/proc/%d/fd" % p.pid)))
+                with open("/proc/%d/status" % p.pid) as f:
+                    peak_kib = max([peak_kib] + [int(l.split()[1]) for l in f if l.startswith("VmHWM")])
+            except OSError:  # no /proc here: nothing to sample
+                pass
+            time.sleep(0.02)
+        asked_while_stalled = len(responder.queries)
+        out = p.stdout.read()
+        p.wait(timeout=60)
+        feeder.join()
+        responder.close()
+        rows = [line.split(",")[0] for line in out.decode().splitlines()[2:]]
+        bounded = asked_ok(asked_while_stalled) and peak_fds <= 16 and (not memory or peak_kib < 16384)
+        results.append((bounded and p.returncode == 0 and rows == ["never.test"] + [n + "." for n in names[1:]],
+                        "asked %d of %d while stalled, peak %d descriptors, %d KiB" % (asked_while_stalled, count + 1, peak_fds, peak_kib)))
+    return all(ok for ok, _ in results), "; ".join(detail for _, detail in results)
 
 
 def qps(zib):
@@ -69,7 +81,7 @@ def qps(zib):
     return all(results), "sequential, in flight: %s" % results
 
 
-def entries_of(out, fmt):
+def entries_of(out, fmt, first_line=1):
     """The names of the whole entries a stopped run wrote, in order, or None when anything else is
     there: a cut line, a missing end of document, a JSON line out of its place."""
     if fmt == "-xml":
@@ -82,13 +94,15 @@ def entries_of(out, fmt):
         objects = [json.loads(l) for l in out.decode().splitlines()]
     except ValueError:
         return None
-    in_place = all(o["line"] == i + 1 and o["attempt"] == 1 for i, o in enumerate(objects))
+    in_place = all(o["line"] == first_line + i and o["attempt"] == 1 for i, o in enumerate(objects))
     return [o["asked"] for o in objects] if in_place else None
 
 
 def interrupt(zib):
     """SIGINT in flight, SIGTERM one at a time, in XML and in JSON Lines: whole entries of the
-    first names only, the document closed, exit 130 or 143 even with -strict_exit."""
+    first names only, the document closed, exit 130 or 143 even with -strict_exit, and a line
+    saying how to go on; going on with -skip_lines asks the rest, so both parts hold every name
+    once."""
     results = []
     for fmt, mode, sig, code in (("-xml", ["-inflight", "16"], signal.SIGINT, 130),
                                  ("-xml", [], signal.SIGTERM, 143),
@@ -101,11 +115,32 @@ def interrupt(zib):
         p.stdin.flush()
         time.sleep(0.8)
         p.send_signal(sig)
-        out, _ = p.communicate(timeout=30)  # closes its standard input
+        out, err = p.communicate(timeout=30)  # closes its standard input
         responder.close()
         names = entries_of(out, fmt)
-        results.append(p.returncode == code and names is not None and 0 < len(names) < 400 and names == NAMES(len(names)))
+        resume = re.search(rb"stopped: to resume, add -skip_lines (\d+)\n", err)
+        first = p.returncode == code and names is not None and 0 < len(names) < 400 and names == NAMES(len(names))
+        if not (first and resume):
+            results.append(False)
+            continue
+        responder = Responder(cycle=[A])
+        status, rest, _ = run_zib(zib, zib_args(responder, fmt, "-skip_lines", resume.group(1).decode(), *mode),
+                                  "".join(n + "\n" for n in NAMES(400)).encode())
+        responder.close()
+        results.append(status == 0 and names + (entries_of(rest, fmt, int(resume.group(1)) + 1) or []) == NAMES(400))
     return all(results), "XML in flight, one at a time; JSON the same: %s" % results
+
+
+def progress(zib):
+    """Names read from a file: the status line tells the share of the file done and the time left."""
+    responder = Responder(cycle=[act(A, delay=0.1)])
+    with tempfile.TemporaryFile() as names:
+        names.write("".join(n + "\n" for n in NAMES(60)).encode())
+        names.seek(0)
+        status, _, err = run_zib(zib, zib_args(responder, "-inflight", "4", "-progress"), names)
+    responder.close()
+    shares = re.findall(rb"(\d+)% of the input(, about \d+ s left)?", err)
+    return status == 0 and len(shares) > 2 and any(left for _, left in shares), "%d status lines" % len(shares)
 
 
 def parallel(zib):
@@ -125,7 +160,7 @@ def parallel(zib):
 
 def main():
     zib, check = sys.argv[1], sys.argv[2]
-    run = {"order": order, "qps": qps, "interrupt": interrupt, "parallel": parallel,
+    run = {"order": order, "qps": qps, "interrupt": interrupt, "parallel": parallel, "progress": progress,
            "head_of_line": lambda z: head_of_line(z, memory="--sanitized" not in sys.argv)}[check]
     ok, detail = run(zib)
     print("%s: %s (%s)" % (check, {True: "ok", False: "FAILED", None: "skipped"}[ok], detail))

@@ -106,13 +106,15 @@ class Responder:
 
 def run_zib(zib, args, stdin=b"", wrap=(), timeout=300, **popen):
     """zib with `args`, started as plain "zib" so that run headers and XML read the same
-    wherever the binary lives; stdin None closes descriptor 0. Returns (status, out, err)."""
+    wherever the binary lives; stdin None closes descriptor 0, a file object is read as it is.
+    Returns (status, out, err)."""
     if stdin is None:
         popen.setdefault("preexec_fn", lambda: os.close(0))
     popen.setdefault("stdout", subprocess.PIPE)
+    feed = {"stdin": stdin} if hasattr(stdin, "fileno") else {
+        "input": stdin, "stdin": subprocess.DEVNULL if stdin is None else None}
     p = subprocess.run(list(wrap) + [zib if wrap else "zib"] + list(args), executable=None if wrap else zib,
-                       input=stdin, stdin=subprocess.DEVNULL if stdin is None else None,
-                       stderr=subprocess.PIPE, timeout=timeout, **popen)
+                       stderr=subprocess.PIPE, timeout=timeout, **feed, **popen)
     return p.returncode, p.stdout or b"", p.stderr
 
 
