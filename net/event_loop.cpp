@@ -10,7 +10,7 @@
 
 #if defined(ZIB_EVENT_LOOP_POLL)
 #define ZIB_LOOP_POLL 1
-#elif defined(ZIB_EVENT_LOOP_KQUEUE) || defined(__APPLE__) || defined(__FreeBSD__) || defined(__NetBSD__) || \
+#elif defined(__APPLE__) || defined(__FreeBSD__) || defined(__NetBSD__) || \
     defined(__OpenBSD__) || defined(__DragonFly__)
 #define ZIB_LOOP_KQUEUE 1
 #include <sys/event.h>
@@ -28,6 +28,7 @@ namespace {
 // never handed out: a stop empties the wait's result instead.
 constexpr std::uint64_t k_interrupt_token = UINT64_MAX;
 
+#if !defined(ZIB_LOOP_POLL)
 // What each descriptor is watched for, by descriptor number; descriptors are small numbers.
 class watch_table {
  public:
@@ -49,6 +50,7 @@ std::uint8_t state_of(interest what) { return what == interest::read ? watch_tab
 // Room for this many events per wait at first; it doubles while waits come back full.
 constexpr std::size_t k_first_batch = 64;
 constexpr std::size_t k_largest_batch = 4096;
+#endif
 
 }  // namespace
 

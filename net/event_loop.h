@@ -1,7 +1,7 @@
 // Waiting for many descriptors at once, in one thread: each watched descriptor carries a token
 // and an interest (readable or writable), and a wait returns the tokens of those that became
 // ready. One interface, three backends chosen when zib is built: epoll on Linux, kqueue on
-// macOS and the BSDs, poll() elsewhere (or anywhere, with -DZIB_EVENT_LOOP=poll). With epoll and
+// macOS and the BSDs, poll() elsewhere (or anywhere, built with -DZIB_EVENT_LOOP=poll). With epoll and
 // kqueue a wait costs in proportion to the descriptors that are ready, not to those watched.
 // Every wait also ends, with nothing ready, when a stop signal arrives (net/interrupt.h).
 #pragma once

@@ -73,9 +73,9 @@ void write_fields(report_row& row, const DNS_RES_RECORD& record, std::string_vie
   append_field(out, record.server, right_in(w.server));
   append_field(out, sep);
 
-  std::string date;
-  std::string time;
-  format_datetime(to_calendar(record.timestamp), config.datetime_format, date, time);
+  const datetime_texts& when = timestamp_texts(record.timestamp, config.datetime_format);
+  const std::string& date = when.date;
+  const std::string& time = when.time;
   append_field(out, date, left_in(w.date));
   append_field(out, sep);
   if (blank_before_time(config)) append_field(out, " ");

@@ -129,9 +129,9 @@ bool write_translated_attributes(std::string& out, const DNS_RES_RECORD& record)
 
 void write_xml_entry(const DNS_RES_RECORD& record, std::ostream& out, const input_params& config,
                      std::string_view status) {
-  std::string date;
-  std::string time;
-  format_datetime(to_calendar(record.timestamp), config.datetime_format, date, time);
+  const datetime_texts& when = timestamp_texts(record.timestamp, config.datetime_format);
+  const std::string& date = when.date;
+  const std::string& time = when.time;
 
   report_row& row = shared_report_row();
   row.clear();

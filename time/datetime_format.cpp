@@ -201,3 +201,17 @@ std::string_view month_name(int month) {
   if (month < 1 || month > 12) return {};
   return k_month_names[static_cast<std::size_t>(month - 1)];
 }
+
+const datetime_texts& timestamp_texts(std::uint64_t timestamp, std::uint32_t word) {
+  static datetime_texts texts;
+  static std::uint64_t last_timestamp = 0;
+  static std::uint32_t last_word = 0;
+  static bool made = false;
+  if (!made || timestamp != last_timestamp || word != last_word) {
+    format_datetime(to_calendar(timestamp), word, texts.date, texts.time);
+    last_timestamp = timestamp;
+    last_word = word;
+    made = true;
+  }
+  return texts;
+}

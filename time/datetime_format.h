@@ -43,6 +43,15 @@ bool compile_datetime_format(std::string_view date_pattern, std::string_view tim
 bool format_datetime(const calendar_fields& fields, std::uint32_t word, std::string& date,
                      std::string& time);
 
+// The date and time texts of a time value with `word`, as format_datetime writes them. The
+// rows of one reply share its time of receipt, so the last result is kept and handed out again
+// for the same time and word. The view holds until the next call.
+struct datetime_texts {
+  std::string date;
+  std::string time;
+};
+const datetime_texts& timestamp_texts(std::uint64_t timestamp, std::uint32_t word);
+
 std::size_t date_column_width(std::string_view date_pattern);
 std::size_t time_column_width(std::string_view time_pattern);
 
