@@ -382,9 +382,14 @@ class bulk_scheduler {
     const auto query_of = [this](reply_matcher::attempt_id a) -> std::span<const std::uint8_t> {
       return m_slots[a].transaction.sent;
     };
-    for (auto batch = m_pool.receive(socket); !batch.empty(); batch = m_pool.receive(socket)) {
+    // Until a batch comes back short: the socket then held no more (the loop reports it again
+    // when more arrives), and one more call would only say so.
+    for (bool more = true; more;) {
+      const auto batch = m_pool.receive(socket);
+      more = batch.size() == udp_pool::batch_size();
       for (const std::span<const std::uint8_t> datagram : batch) {
-        // An empty datagram is no reply, as one at a time: it is simply not one.
+        // One at a time an empty datagram counts as nothing received (a "timeout" row); here it
+        // answers nobody, and the attempt's time runs out to the same row.
         if (datagram.empty()) continue;
         const auto found = m_matcher.find(socket, datagram, query_of);
         if (!found) {

@@ -37,6 +37,8 @@ bool make_socket(int family, int& descriptor) {
 
 }  // namespace
 
+std::size_t udp_pool::batch_size() { return k_batch; }
+
 udp_pool::~udp_pool() {
   // Not retried on EINTR: the descriptor may already be released.
   for (const int descriptor : m_descriptors) ::close(descriptor);

@@ -45,8 +45,9 @@ class udp_pool {
   void send(std::size_t socket, std::span<outgoing> messages);
 
   // The datagrams waiting on `socket`, up to one batch; empty when none is left. The views hold
-  // until the next call.
+  // until the next call. A batch shorter than batch_size() read all there was.
   std::span<const std::span<const std::uint8_t>> receive(std::size_t socket);
+  static std::size_t batch_size();
 
  private:
   datagram_destination m_destination;
