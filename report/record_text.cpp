@@ -1,5 +1,6 @@
 #include "report/record_text.h"
 
+#include <algorithm>
 #include <array>
 #include <span>
 #include <string_view>
