@@ -103,6 +103,7 @@ parse_result cmd_params::parse_generic(arg_list& args, std::ostream& header) {
     xml = 0;
     heading_pending = 0;
   }
+  if (take_switch(args, "-presentation")) presentation = 1;
   take_pattern(args, "-dateformat", valid_date_pattern, date_format);
   take_pattern(args, "-timeformat", valid_time_pattern, time_format);
   const bool verbose_long = take_switch(args, "-verbose");

@@ -34,6 +34,7 @@ class cmd_params {
   std::uint8_t xml = 0;
   std::uint8_t csv = 0;
   std::uint8_t json = 0;           // -json: JSON Lines, no run header line, no heading
+  std::uint8_t presentation = 0;   // -presentation: record data in its standard text form
   std::string separator = " | ";
   std::uint8_t csv_layout = 0;     // set by -no_whitespace
   std::uint8_t keep_space = 1;     // the extra blank before the time column in CSV

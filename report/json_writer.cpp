@@ -6,6 +6,7 @@
 #include "dns/message_header.h"
 #include "dns/record_types.h"
 #include "report/record_data.h"
+#include "report/record_text.h"
 #include "report/stream_format.h"
 #include "time/clock.h"
 #include "time/datetime_format.h"
@@ -70,6 +71,30 @@ void data_field(std::string& out, const DNS_RES_RECORD& record, report_row& scra
   scratch.clear();
   write_record_data(scratch.stream(), record, "; ");  // the text report's data column
   string_field(out, "data", scratch.text());
+}
+
+// The standard text form, and for TXT and SPF the strings one by one; null where there is no
+// record data to tell (question rows) or no strings.
+void presentation_fields(std::string& out, const DNS_RES_RECORD& record, std::string_view section) {
+  const bool question = section == k_section_question;
+  const auto text = question ? std::nullopt : record_presentation(record);
+  key(out, "rdata");
+  if (text)
+    append_json_text(out, *text);
+  else
+    out += "null";
+  const auto strings = question ? std::nullopt : record_character_strings(record);
+  key(out, "txt");
+  if (!strings) {
+    out += "null";
+    return;
+  }
+  out += '[';
+  for (std::size_t i = 0; i < strings->size(); ++i) {
+    if (i != 0) out += ',';
+    append_json_string(out, (*strings)[i]);
+  }
+  out += ']';
 }
 
 void rcode_field(std::string& out, const message_header& header) {
@@ -166,6 +191,23 @@ void append_json_string(std::string& out, std::string_view bytes) {
   out += '"';
 }
 
+void append_json_text(std::string& out, std::string_view text) {
+  out += '"';
+  for (const char c : text) {
+    const auto byte = static_cast<std::uint8_t>(c);
+    if (c == '\\' || c == '"') {
+      out += '\\';
+      out += c;
+    } else if (byte >= k_first_printable && byte <= k_last_printable) {
+      out += c;
+    } else {
+      out += "\\u00";
+      append_field(out, byte, {2, field_align::right, '0', true});
+    }
+  }
+  out += '"';
+}
+
 void write_json_row(const DNS_RES_RECORD& record, std::ostream& out, std::string_view section,
                     std::string_view status, const json_row_context& context, const input_params& config) {
   report_row& row = shared_report_row();
@@ -189,6 +231,7 @@ void write_json_row(const DNS_RES_RECORD& record, std::ostream& out, std::string
   number_field(line, "size", record.rdlength);
   data_field(line, record, scratch);
   hex_field(line, "rdata_hex", record.rdata, scratch);
+  presentation_fields(line, record, section);
   attempt_fields(line, context, config, scratch);
   line += "}\n";
   row.write_to(out);

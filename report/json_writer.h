@@ -34,3 +34,9 @@ void write_json_bad_name(std::ostream& out, std::uint64_t line, std::string_view
 // presentation form \DDD (three decimal digits), so the value reads back to the bytes without
 // doubt and the line is ASCII whatever the bytes were.
 void append_json_string(std::string& out, std::string_view bytes);
+
+// Text that is already in a presentation form (record data as dig prints it: printable ASCII
+// with its own backslash escapes) as a JSON string: only JSON's escapes of '"' and '\', so the
+// value reads back as that very text. A byte outside printable ASCII, which such text never
+// holds, is written \u00XX to keep the line valid.
+void append_json_text(std::string& out, std::string_view text);

@@ -5,6 +5,7 @@
 
 #include "dns/record_types.h"
 #include "report/record_data.h"
+#include "report/record_text.h"
 #include "report/stream_format.h"
 #include "time/datetime_format.h"
 
@@ -93,7 +94,13 @@ void write_fields(report_row& row, const DNS_RES_RECORD& record, std::string_vie
   append_field(out, record.rdlength, right_in(w.size));
   append_field(out, sep);
 
-  write_record_data(row.stream(), record, csv_mode(config) ? ";" : "; ");
+  // With -presentation the data column is the standard text form; a question has no data to
+  // tell and keeps its "<none>".
+  const auto presentation = config.presentation != 0 ? record_presentation(record) : std::nullopt;
+  if (presentation)
+    out += *presentation;
+  else
+    write_record_data(row.stream(), record, csv_mode(config) ? ";" : "; ");
   out += '\n';
 }
 

@@ -11,6 +11,7 @@
 #include "dns/record_types.h"
 #include "dns/response_parser.h"
 #include "report/record_data.h"
+#include "report/record_text.h"
 #include "report/stream_format.h"
 #include "time/datetime_format.h"
 
@@ -76,6 +77,23 @@ std::string ipv6_text(const std::vector<std::uint8_t>& bytes) {
 // An unreadable name still gives its attribute, with an empty value.
 std::string name_at(const DNS_RES_RECORD& record, std::uint32_t offset) {
   return record_name_at(record, offset).value_or("");
+}
+
+// The one value the XML report escapes: the standard text form holds quotes and may hold
+// "&", "<" or ">", which would otherwise end the attribute or read as markup. It is printable
+// ASCII, so nothing else needs escaping.
+void write_escaped_attribute(std::string& out, std::string_view name, std::string_view value) {
+  open_attribute(out, name);
+  for (const char c : value) {
+    switch (c) {
+      case '&': out += "&amp;"; break;
+      case '<': out += "&lt;"; break;
+      case '>': out += "&gt;"; break;
+      case '"': out += "&quot;"; break;
+      default: out += c; break;
+    }
+  }
+  out += '"';
 }
 
 // Returns false when the tag must stay open: an SOA whose data cannot be read leaves
@@ -152,7 +170,13 @@ void write_xml_entry(const DNS_RES_RECORD& record, std::ostream& out, const inpu
   write_hex_bytes(row.stream(), record.rdata);
   close_element(entry, "raw_data_hex");
   entry += "<translated_data ";
-  if (write_translated_attributes(entry, record)) entry += '>';
+  const bool complete = write_translated_attributes(entry, record);
+  // -presentation adds the standard text form after the other attributes, to every record
+  // (questions have no data). It also closes the tag that an unreadable SOA leaves open: the
+  // attribute then carries that SOA's data in the generic form.
+  const auto presentation = config.presentation != 0 ? record_presentation(record) : std::nullopt;
+  if (presentation) write_escaped_attribute(entry, "presentation", *presentation);
+  if (complete || presentation) entry += '>';
   entry += "</translated_data>";
   entry += "</data_entry>\n";
   row.write_to(out);

@@ -2,12 +2,15 @@
 """zib against a real authoritative server: Debian's nsd, run as the current user on 127.0.0.1 at
 a port picked here, serving the zones of tests/data. dig, asked the same questions, is the oracle
 for every record zib decodes; the masked reports are compared with expected/interop.expected.
+Every record of records.test.zone, and a few that nsd will not serve as they are, is asked
+with -qtype and -json: its "rdata" must be dig +short's line, and -presentation must show the
+same text in the text, CSV and XML reports.
 
     interop.py ZIB [--update]"""
-import difflib, ipaddress, json, os, re, shutil, signal, socket, subprocess, sys, tempfile, time
+import difflib, html, ipaddress, json, os, re, shutil, signal, socket, subprocess, sys, tempfile, time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "support"))
-from zibtest import DATA, golden, mask, run_zib
+from zibtest import DATA, Responder, golden, mask, name, reply, rr, run_zib
 
 NSD = shutil.which("nsd") or shutil.which("nsd", path="/usr/sbin:/usr/local/sbin")
 DIG = shutil.which("dig")
@@ -17,6 +20,7 @@ CONF = """server: ip-address: 127.0.0.1 port: {port} do-ip6: no username: "" chr
 remote-control: control-enable: no
 zone: name: example.test zonefile: "{data}/example.test.zone"
 zone: name: 2.0.192.in-addr.arpa zonefile: "{data}/2.0.192.in-addr.arpa.zone"
+zone: name: records.test zonefile: "{data}/records.test.zone"
 """
 PIPED = "www.example.test\nalias.example.test\nnope.example.test\n"
 # (zib's arguments before -server, standard input, the questions dig is asked: name and type)
@@ -38,6 +42,21 @@ CASES = [
     ("-url_pipe -xml", PIPED, []),
     ("-url_pipe -json", PIPED, []),  # each object's rcode and flags checked against dig's header
 ]
+
+
+# (owner, type code, data) of records served by the script: an NSEC3 record, which nsd keeps
+# apart, and data that does not read as its type, which dig then shows as nothing at all.
+SCRIPTED = [
+    ("2t7b4g4vsa5smi47k61mv5bv1a22bojr.records.test", 50,
+     bytes.fromhex("0101000c04aabbccdd14") + bytes(range(20)) + bytes.fromhex("0006400000000002")),
+    ("short.records.test", 1, b"\x0a\x00\x00"),  # an address one byte short
+    ("short.records.test", 15, b"\x00\x0a\x04mail"),  # a name that runs past the data
+    ("short.records.test", 16, b"\x03abc\x05de"),  # a string that runs past the data
+    ("short.records.test", 29, b"\x01" + bytes(15)),  # LOC of an unknown version
+    ("short.records.test", 47, name("next.test") + b"\x00\x01\x00"),  # bitmap ending in a zero byte
+    ("short.records.test", 64, b"\x00\x01\x00\x00\x03\x00\x01\x01"),  # port of one byte
+]
+UNKNOWN_TYPE = 65280  # private use: dig shows any data of it in the generic form
 
 
 def dig(port, name, qtype, *options):
@@ -121,6 +140,57 @@ def zib_rows(out):
             ",".join([f[1], f[0], f[2], f[9], f[10], f[8], f[12]]) for f in rows]
 
 
+def zone_records():
+    """(name, type) of every record of records.test.zone."""
+    with open(os.path.join(DATA, "records.test.zone")) as f:
+        for line in f:
+            if line.strip() and line[0] not in ";$":
+                owner, rtype = line.split()[:2]
+                yield ("records.test" if owner == "@" else owner + ".records.test"), rtype
+
+
+def unquoted(data):
+    """The strings of dig's TXT line as JSON's txt gives them: quotes gone, \\" read as \"."""
+    return [s.replace('\\"', '"') for s in re.findall(r'"((?:[^"\\]|\\.)*)"', data)]
+
+
+def record_mismatches(zib, port, name, qtype, oracle):
+    """zib's rdata (and txt) of name/qtype against `oracle`, dig's lines for the same question."""
+    status, out, err = run_zib(zib, ["-url", name, "-qtype", qtype, "-json", "-server", "127.0.0.1", "-port", str(port)])
+    rows = [o for o in map(json.loads, out.decode().splitlines()) if o["section"] == "answer"]
+    if sorted(o["rdata"] for o in rows) != sorted(oracle) or not rows:
+        yield "%s %s: zib %s, dig %s %s" % (name, qtype, [o["rdata"] for o in rows], oracle, err)
+    for o in rows:
+        if o["txt"] != (unquoted(o["rdata"]) if qtype in ("TXT", "SPF") else None):
+            yield "%s %s: txt %s for %s" % (name, qtype, o["txt"], o["rdata"])
+
+
+def scripted_mismatches(zib):
+    """The records nsd does not serve, from the scripted responder; where dig cannot read the
+    data as its type, its generic form of the same bytes as an unknown type is the oracle."""
+    for owner, code, data in SCRIPTED:
+        answer = lambda q: reply([rr(int.from_bytes(q[q.index(0, 12) + 1:][:2], "big"), data)])(q)
+        responder = Responder(cycle=[answer])
+        lines = dig(responder.port, owner, "TYPE%d" % code, "+short", "+nosplit").splitlines()
+        if not lines or lines[0].startswith(";;"):
+            lines = dig(responder.port, owner, "TYPE%d" % UNKNOWN_TYPE, "+short", "+nosplit").splitlines()
+        yield from record_mismatches(zib, responder.port, owner, "TYPE%d" % code, lines)
+        responder.close()
+
+
+def presentation_mismatches(zib, port):
+    """-presentation: the data column of text and CSV and XML's presentation attribute hold
+    the JSON rdata (unescaped for XML) for records with quotes, blanks, commas and ";"."""
+    for name, qtype in (("caa.records.test", "CAA"), ("svcb.records.test", "SVCB")):
+        args = ["-url", name, "-qtype", qtype, "-server", "127.0.0.1", "-port", str(port)]
+        rdata = json.loads(run_zib(zib, args + ["-json"])[1].splitlines()[0])["rdata"]
+        text = run_zib(zib, args + ["-presentation"])[1].decode().splitlines()[2].split(" | ", 12)[12]
+        csv = run_zib(zib, args + ["-presentation", "-csv"])[1].decode().splitlines()[2].split(",", 12)[12]
+        xml = re.search(r' presentation="([^"]*)">', run_zib(zib, args + ["-presentation", "-xml"])[1].decode())
+        if {text, csv, xml and html.unescape(xml[1])} != {rdata}:
+            yield "%s -presentation: text %r, CSV %r, XML %r; JSON %r" % (name, text, csv, xml and xml[0], rdata)
+
+
 def main():
     zib, update = sys.argv[1], "--update" in sys.argv
     if not NSD or not DIG:
@@ -144,8 +214,19 @@ def main():
                     print("zib %s: rows differ from dig's (- dig, + zib)" % args)
                     sys.stdout.writelines(d + "\n" for d in difflib.unified_diff(
                         expected, zib_rows(out), "dig", "zib", lineterm="", n=99))
+            for question in zone_records():
+                oracle = dig(port, *question, "+short", "+nosplit").splitlines()
+                for mismatch in record_mismatches(zib, port, *question, oracle):
+                    failed = True
+                    print(mismatch)
+            for mismatch in presentation_mismatches(zib, port):
+                failed = True
+                print(mismatch)
         finally:
             stop_nsd(nsd)
+        for mismatch in scripted_mismatches(zib):
+            failed = True
+            print(mismatch)
     failed |= not golden(os.path.join(HERE, "expected", "interop.expected"), report, update)
     sys.exit(1 if failed else 0)
 

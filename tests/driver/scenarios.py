@@ -21,6 +21,7 @@ ODD_DATA = reply(an=[rr(1, bytes([1, 2, 3, 4, 5, 6])), rr(2, b"\xc0\xff"), rr(15
 SHORT = raw(bytes.fromhex("2a0081800001"))
 NOT_A_RESPONSE = raw(bytes.fromhex("2a0001000001000000000000"))
 TXT_AMP = reply(an=[rr(16, b"\x09a,b|c&<d>")])
+BAD_SOA = reply(an=[rr(6, b"\x01x\xff")])  # a label, then a pointer past the end
 BYTES = "".join(chr(b) for b in range(1, 256) if b not in b"\n.")  # fgets stops at NUL
 EVERY_BYTE = ".".join(BYTES[i:i + 63] for i in range(0, len(BYTES), 63))  # labels the decoder reads
 
@@ -66,6 +67,10 @@ GROUPS = {
         ("odd record data", "-url example.test @", [ODD_DATA], ""),
         ("odd record data in CSV", "-url example.test @ -no_whitespace", [ODD_DATA], ""),
         ("odd record data in XML", "-url example.test @ -xml", [ODD_DATA], ""),
+        ("odd record data, standard text form", "-url example.test @ -presentation", [ODD_DATA], ""),
+        ("odd record data, standard text form in XML", "-url example.test @ -xml -presentation", [ODD_DATA], ""),
+        ("unreadable SOA in XML: the tag stays open", "-url example.test @ -xml", [BAD_SOA], ""),
+        ("unreadable SOA with -presentation: the attribute closes it", "-url example.test @ -xml -presentation", [BAD_SOA], ""),
         ("two piped kinds: the later in the table wins", "-ip_pipe -url_pipe @ -timeout 0", [], "a.test\n"),
         ("piped A", "-url_pipe @", [WWW, NX], "www.example.test\nnope.example.test\n"),
         ("piped PTR", "-ip_pipe @", [capture("nsd-ptr-reverse")], "192.0.2.10\n"),
