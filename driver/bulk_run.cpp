@@ -212,10 +212,11 @@ class bulk_scheduler {
     start_waiting(index, now);
   }
 
+  // In queue order, which is input order for first attempts: consecutive queries that go out
+  // from one socket go in one call, and the order in which they leave is the order of the queue.
   void send_batch() {
-    if (m_batch.empty()) return;
-    m_outgoing.resize(m_pool.size());
-    for (std::vector<std::size_t>& indexes : m_outgoing) indexes.clear();
+    m_run.clear();
+    std::size_t run_socket = 0;
     for (const std::size_t index : m_batch) {
       flight& f = m_slots[index];
       prepare(f);
@@ -224,42 +225,46 @@ class bulk_scheduler {
         finish_attempt(index, false, clock::now());  // no socket to be had: "sock err"
         continue;
       }
+      if (*socket != run_socket) send_run(run_socket);
+      run_socket = *socket;
+      m_current_socket = *socket;
       f.shared = static_cast<int>(*socket);
       m_matcher.add(static_cast<reply_matcher::attempt_id>(index), *socket, f.transaction.sent);
-      m_outgoing[*socket].push_back(index);
+      m_run.push_back(index);
     }
-    for (std::size_t socket = 0; socket < m_outgoing.size(); ++socket) {
-      std::vector<std::size_t>& indexes = m_outgoing[socket];
-      if (indexes.empty()) continue;
-      m_messages.clear();
-      for (const std::size_t index : indexes) m_messages.push_back({m_slots[index].transaction.sent, false});
-      m_pool.send(socket, m_messages);
-      const clock::time_point now = clock::now();
-      for (std::size_t i = 0; i < indexes.size(); ++i) {
-        flight& f = m_slots[indexes[i]];
-        if (m_messages[i].sent) {
-          f.transaction.sent_length = static_cast<std::uint32_t>(f.transaction.sent.size());
-          start_waiting(indexes[i], now);
-        } else {
-          m_matcher.forget(socket, f.transaction.sent);
-          f.shared = -1;
-          finish_attempt(indexes[i], false, now);  // "sock err"
-        }
+    send_run(run_socket);
+  }
+
+  void send_run(std::size_t socket) {
+    if (m_run.empty()) return;
+    m_messages.clear();
+    for (const std::size_t index : m_run) m_messages.push_back({m_slots[index].transaction.sent, false});
+    m_pool.send(socket, m_messages);
+    const clock::time_point now = clock::now();
+    for (std::size_t i = 0; i < m_run.size(); ++i) {
+      flight& f = m_slots[m_run[i]];
+      if (m_messages[i].sent) {
+        f.transaction.sent_length = static_cast<std::uint32_t>(f.transaction.sent.size());
+        start_waiting(m_run[i], now);
+      } else {
+        m_matcher.forget(socket, f.transaction.sent);
+        f.shared = -1;
+        finish_attempt(m_run[i], false, now);  // "sock err"
       }
     }
+    m_run.clear();
   }
 
   // A shared socket on which the query's ID is free, not the one of the name's last attempt (so
-  // a late reply to that attempt cannot be taken for this one); a new socket when every one
-  // holds the ID.
+  // a late reply to that attempt cannot be taken for this one), the one in use when it can be;
+  // a new socket when every one holds the ID.
   std::optional<std::size_t> shared_socket_for(const flight& f) {
-    if (const auto socket = m_matcher.free_socket(f.transaction.sent, f.last_shared)) return socket;
+    if (const auto socket = m_matcher.free_socket(f.transaction.sent, f.last_shared, m_current_socket)) return socket;
     if (!m_pool.grow()) return std::nullopt;
     const std::size_t added = m_pool.size() - 1;
     m_loop.watch(m_pool.descriptor(added), added, interest::read);
     m_matcher.set_sockets(m_pool.size());
-    m_outgoing.resize(m_pool.size());
-    return m_matcher.free_socket(f.transaction.sent, f.last_shared);
+    return added;
   }
 
   // The attempt's bookkeeping before its query goes out on a shared socket, as send_query()
@@ -444,7 +449,8 @@ class bulk_scheduler {
   udp_pool m_pool;
   reply_matcher m_matcher;
   std::vector<std::size_t> m_batch;
-  std::vector<std::vector<std::size_t>> m_outgoing;
+  std::vector<std::size_t> m_run;  // the queries going out from one socket in one call
+  std::size_t m_current_socket = 0;
   std::vector<udp_pool::outgoing> m_messages;
   std::uint64_t m_strays = 0;
   report_row m_render;

@@ -64,26 +64,17 @@ std::uint16_t reply_matcher::raw_id(std::span<const std::uint8_t> message) {
 }
 
 void reply_matcher::set_sockets(std::size_t count) {
-  for (std::size_t socket = m_tables.size(); socket < count; ++socket) {
-    m_tables.emplace_back();
-    for (std::size_t id = 0; id < m_free.size(); ++id)
-      if (m_free_filled[id]) m_free[id].push_back(static_cast<std::uint32_t>(socket));
-  }
+  if (count > m_tables.size()) m_tables.resize(count);
 }
 
-std::optional<std::size_t> reply_matcher::free_socket(std::span<const std::uint8_t> query, int avoid) {
+std::optional<std::size_t> reply_matcher::free_socket(std::span<const std::uint8_t> query, int avoid,
+                                                      std::size_t prefer) const {
   const std::size_t id = raw_id(query) & 0xFF;
-  std::deque<std::uint32_t>& free = m_free[id];
-  if (!m_free_filled[id]) {  // an ID not used before is free on every socket
-    m_free_filled[id] = true;
-    for (std::size_t socket = 0; socket < m_tables.size(); ++socket) free.push_back(static_cast<std::uint32_t>(socket));
+  for (std::size_t step = 0; step < m_tables.size(); ++step) {
+    const std::size_t socket = (prefer + step) % m_tables.size();
+    if (static_cast<int>(socket) != avoid && m_tables[socket][id].attempt == k_none) return socket;
   }
-  if (free.empty()) return std::nullopt;
-  // The front unless it is the one to avoid; then the next, and the avoided one keeps its place.
-  const std::size_t at = static_cast<int>(free.front()) == avoid && free.size() > 1 ? 1 : 0;
-  const std::uint32_t chosen = free[at];
-  free.erase(free.begin() + static_cast<std::ptrdiff_t>(at));
-  return chosen;
+  return std::nullopt;
 }
 
 void reply_matcher::add(attempt_id attempt, std::size_t socket, std::span<const std::uint8_t> query) {
@@ -97,5 +88,4 @@ void reply_matcher::forget(std::size_t socket, std::span<const std::uint8_t> que
   id_slot& slot = m_tables[socket][id];
   slot.attempt = k_none;
   slot.last_question = question_hash(query).value_or(0);
-  m_free[id].push_back(static_cast<std::uint32_t>(socket));
 }

@@ -11,7 +11,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <span>
 #include <vector>
@@ -24,9 +23,9 @@ class reply_matcher {
   void set_sockets(std::size_t count);
   std::size_t sockets() const { return m_tables.size(); }
 
-  // A socket on which no attempt waits with the ID of `query`, other than `avoid` when there is
-  // another; the one left free longest. nullopt when every socket holds that ID.
-  std::optional<std::size_t> free_socket(std::span<const std::uint8_t> query, int avoid);
+  // A socket on which no attempt waits with the ID of `query`, other than `avoid`: `prefer`
+  // when it is one, else the next one after it. nullopt when there is none.
+  std::optional<std::size_t> free_socket(std::span<const std::uint8_t> query, int avoid, std::size_t prefer) const;
   // The attempt now waits on `socket` for the reply to `query` (the message as sent), which must
   // have come from free_socket().
   void add(attempt_id attempt, std::size_t socket, std::span<const std::uint8_t> query);
@@ -55,8 +54,6 @@ class reply_matcher {
   static std::uint16_t raw_id(std::span<const std::uint8_t> message);
 
   std::vector<socket_table> m_tables;
-  std::array<std::deque<std::uint32_t>, 256> m_free;  // per ID byte 0: sockets where it is free, longest free first
-  std::array<bool, 256> m_free_filled{};
 };
 
 template <typename QueryOf>

@@ -63,13 +63,13 @@ void time_field(std::string& out, std::uint64_t timestamp) {
 void hex_field(std::string& out, std::string_view name, std::span<const std::uint8_t> bytes,
                report_row& scratch) {
   scratch.clear();
-  write_hex_bytes(scratch.stream(), bytes);
+  append_hex_bytes(scratch.text(), bytes);
   string_field(out, name, scratch.text());
 }
 
 void data_field(std::string& out, const DNS_RES_RECORD& record, report_row& scratch) {
   scratch.clear();
-  write_record_data(scratch.stream(), record, "; ");  // the text report's data column
+  append_record_data(scratch.text(), record, "; ");  // the text report's data column
   string_field(out, "data", scratch.text());
 }
 

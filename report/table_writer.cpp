@@ -100,7 +100,7 @@ void write_fields(report_row& row, const DNS_RES_RECORD& record, std::string_vie
   if (presentation)
     out += *presentation;
   else
-    write_record_data(row.stream(), record, csv_mode(config) ? ";" : "; ");
+    append_record_data(out, record, csv_mode(config) ? ";" : "; ");
   out += '\n';
 }
 

@@ -167,7 +167,7 @@ void write_xml_entry(const DNS_RES_RECORD& record, std::ostream& out, const inpu
   write_element(entry, "ttl_secs", record.ttl);
   write_element(entry, "data_length", record.rdlength);
   open_element(entry, "raw_data_hex");
-  write_hex_bytes(row.stream(), record.rdata);
+  append_hex_bytes(entry, record.rdata);
   close_element(entry, "raw_data_hex");
   entry += "<translated_data ";
   const bool complete = write_translated_attributes(entry, record);
