@@ -40,7 +40,7 @@ arg_list copy_arguments(int argc, char** argv) {
 
 bool lookup_requested(const input_params& config) {
   const bool no_name = config.url.empty() && config.ip.empty() && config.mx.empty() && config.txt.empty() &&
-                       config.ns.empty();
+                       config.ns.empty() && config.ip6.empty();
   return !no_name || config.use_stdin || config.use_enumdir;
 }
 
@@ -67,7 +67,8 @@ bool bulk_mode(const input_params& config) { return config.inflight > 1; }
 // The name is encoded as the lookup option encodes it, whatever type -qtype asks for.
 bool build(DNS_RES_RECORD& query, const std::string& name, const input_params& config) {
   const auto lookup_type = static_cast<std::uint16_t>(config.query_type);
-  return build_query_for(query, name, lookup_type, config.asked_type.value_or(lookup_type));
+  return build_query_for(query, name, lookup_type, config.asked_type.value_or(lookup_type),
+                         query_settings_of(config));
 }
 
 void note(name_outcome& worst, name_outcome outcome) { worst = std::max(worst, outcome); }
@@ -127,7 +128,7 @@ bool ask_piped(std::ostream& out, input_params& config, dns_packet_transaction& 
     if (!name.built) {
       note(worst, name_outcome::no_reply);
       if (!config.json) continue;
-      write_json_bad_name(out, name.line, name.asked, name_fault(name.asked));
+      write_json_bad_name(out, name.line, name.asked, name_fault(name.asked, query_settings_of(config)));
       if (output_failed(out)) return false;
       continue;
     }

@@ -1,6 +1,7 @@
 #include "params/arg_list.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 
 namespace {
@@ -84,5 +85,33 @@ bool read_number(std::string_view text, std::int32_t& out) {
   if (!(first >= '0' && first <= '9') && first != '+' && first != '-') return false;
   // atoi rules: leading sign, digits up to the first non-digit, the rest ignored.
   out = static_cast<std::int32_t>(std::strtol(number.c_str(), nullptr, 10));
+  return true;
+}
+
+bool read_whole_number(std::string_view text, std::int32_t& out) {
+  const std::string number = to_lower_ascii(trim_blanks(text));
+  std::string_view digits = number;
+  unsigned base = 10;
+  bool negative = false;
+  if (digits.starts_with("0x") || digits.starts_with("0o")) digits.remove_prefix(1);
+  if (digits.starts_with("x") || digits.starts_with("o")) {
+    base = digits.front() == 'x' ? 16 : 8;
+    digits.remove_prefix(1);
+  } else if (digits.starts_with("+") || digits.starts_with("-")) {
+    negative = digits.front() == '-';
+    digits.remove_prefix(1);
+  }
+  if (digits.empty()) return false;
+  constexpr std::int64_t k_limit = std::int64_t{INT32_MAX} + 1;  // the magnitude of INT32_MIN
+  std::int64_t value = 0;
+  for (const char c : digits) {
+    const int d = digit_value(c);
+    if (d >= static_cast<int>(base)) return false;
+    value = value * base + d;
+    if (value > k_limit) return false;
+  }
+  if (negative) value = -value;
+  if (value > INT32_MAX) return false;
+  out = static_cast<std::int32_t>(value);
   return true;
 }

@@ -23,5 +23,11 @@ std::optional<std::string> take_value(arg_list& args, std::string_view name);
 // a digit, "+" or "-". Refused text leaves `out` unchanged and returns false.
 bool read_number(std::string_view text, std::int32_t& out);
 
+// The strict reader of the newer switches: after the same trimming, the whole text must be one
+// number, decimal with an optional sign, hexadecimal after a leading "x" or "0x", or octal
+// after a leading "o" or "0o", and fit in 32 bits. Anything else is refused (false, `out`
+// unchanged): "12abc", "1x2", "99999999999".
+bool read_whole_number(std::string_view text, std::int32_t& out);
+
 // ASCII lower case; bytes outside A-Z pass unchanged, so UTF-8 names survive.
 std::string to_lower_ascii(std::string_view text);
