@@ -26,4 +26,6 @@ void dns_packet_transaction::clear() {
   sent_length = 0;
   received_length = 0;
   received_at = 0;
+  transport = exchange_transport::udp;
+  fault = stream_fault::none;
 }

@@ -62,6 +62,19 @@ struct DNS_RES_RECORD {
   bool operator==(const DNS_RES_RECORD&) const = default;
 };
 
+// How an attempt travelled: one datagram each way, or one message each way over a TCP
+// connection (-tcp, -tcp_only).
+enum class exchange_transport : std::uint8_t { udp, tcp };
+
+// Why an attempt over TCP got no reply, where the two lengths alone do not say it. An attempt
+// over UDP always keeps `none`.
+enum class stream_fault : std::uint8_t {
+  none,       // a reply, or a failure the lengths tell: sent_length 0 (no connection, the write failed)
+  timed_out,  // the wait ended while connecting, writing or reading, whether or not the query was out
+  broken,     // the query was out, then the server closed or reset the connection, or gave its
+              // reply a length of 0, before a whole reply had come
+};
+
 // One query/response exchange; reused for every attempt, cleared before each.
 struct dns_packet_transaction {
   shared_bytes sent;
@@ -73,6 +86,8 @@ struct dns_packet_transaction {
   std::vector<DNS_RES_RECORD> answers;
   std::vector<DNS_RES_RECORD> authority;
   std::vector<DNS_RES_RECORD> additional;
+  exchange_transport transport = exchange_transport::udp;
+  stream_fault fault = stream_fault::none;
 
   void clear();
   bool operator==(const dns_packet_transaction&) const = default;

@@ -1,5 +1,6 @@
 #include "dns/query_builder.h"
 
+#include <arpa/inet.h>
 #include <sys/time.h>
 
 #include <cstdlib>
@@ -49,7 +50,9 @@ void put16(std::vector<std::uint8_t>& out, std::uint16_t value) {
   out.push_back(static_cast<std::uint8_t>(value & 0xFF));
 }
 
-std::optional<std::vector<std::uint8_t>> encode_qname(std::string_view text, std::uint16_t type) {
+std::optional<std::vector<std::uint8_t>> encode_qname(std::string_view text, std::uint16_t type,
+                                                     const query_settings& settings) {
+  if (settings.ip6_reverse) return encode_ip6_reverse_name(text);
   switch (type) {
     case k_type_a:
     case k_type_ns:
@@ -86,6 +89,27 @@ std::optional<std::vector<std::uint8_t>> encode_reverse_name(std::string_view te
   return write_labels(reversed);
 }
 
+std::optional<std::vector<std::uint8_t>> encode_ip6_reverse_name(std::string_view text) {
+  constexpr std::size_t k_ipv6_size = 16;
+  std::uint8_t address[k_ipv6_size];
+  const std::string terminated(text);  // inet_pton reads a C string: a NUL inside would end it
+  if (text.find('\0') != std::string_view::npos || ::inet_pton(AF_INET6, terminated.c_str(), address) != 1)
+    return std::nullopt;
+  constexpr char k_hex[] = "0123456789abcdef";
+  std::vector<std::uint8_t> wire;
+  for (std::size_t i = k_ipv6_size; i-- > 0;) {  // the low nibble of the last byte first
+    const auto low = static_cast<std::uint8_t>(k_hex[address[i] & 0x0F]);
+    const auto high = static_cast<std::uint8_t>(k_hex[address[i] >> 4]);
+    wire.insert(wire.end(), {1, low, 1, high});
+  }
+  for (std::string_view label : {"ip6", "arpa"}) {
+    wire.push_back(static_cast<std::uint8_t>(label.size()));
+    wire.insert(wire.end(), label.begin(), label.end());
+  }
+  wire.push_back(0);
+  return wire;
+}
+
 std::string random_digits(int count) {
   // Seeded once per process from the microseconds of the time of day.
   static const bool seeded = [] {
@@ -101,7 +125,9 @@ std::string random_digits(int count) {
   return digits;
 }
 
-std::string_view name_fault(std::string_view text) {
+std::string_view name_fault(std::string_view text, const query_settings& settings) {
+  if (settings.ip6_reverse && !text.empty())
+    return encode_ip6_reverse_name(text) ? std::string_view() : "not an IPv6 address";
   const auto labels = split_labels(text);
   if (labels.empty()) return text.empty() ? "empty name" : "no label";
   for (std::string_view label : labels) {
@@ -115,11 +141,11 @@ bool build_query(DNS_RES_RECORD& record, std::string text, std::uint16_t type) {
 }
 
 bool build_query_for(DNS_RES_RECORD& record, std::string text, std::uint16_t lookup_type,
-                     std::uint16_t type) {
+                     std::uint16_t type, const query_settings& settings) {
   record.clear();
   // The ID is drawn first, so a failed build still uses up its draw, as every build does.
   const auto id = static_cast<std::uint16_t>(std::stoi(random_digits(k_id_digits)));
-  const auto qname = encode_qname(text, lookup_type);
+  const auto qname = encode_qname(text, lookup_type, settings);
   if (!qname) return false;
 
   std::vector<std::uint8_t> packet;
@@ -132,10 +158,14 @@ bool build_query_for(DNS_RES_RECORD& record, std::string text, std::uint16_t loo
   put16(packet, k_qdcount);
   put16(packet, 0);  // ANCOUNT
   put16(packet, 0);  // NSCOUNT
-  put16(packet, 0);  // ARCOUNT
+  put16(packet, settings.edns ? 1 : 0);  // ARCOUNT: the OPT record, if any
   packet.insert(packet.end(), qname->begin(), qname->end());
   put16(packet, type);
   put16(packet, k_class_in);
+  if (settings.edns) {
+    const auto opt = opt_record_wire(*settings.edns);
+    packet.insert(packet.end(), opt.begin(), opt.end());
+  }
 
   record.packet = shared_bytes(std::move(packet));
   record.name = std::move(text);

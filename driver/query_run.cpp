@@ -25,13 +25,27 @@ bool wait_for_turn(send_pacer& pacer) {
 name_outcome attempts(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                       input_params& config, const run_extras& extras, const query_origin& origin, name_tally& tally) {
   const int wait_ms = attempt_wait_ms(config);
-  for (std::int32_t attempt = 0;; ++attempt) {
-    if (extras.pacer && !wait_for_turn(*extras.pacer)) return name_outcome::no_reply;
+  const server_address server = server_of(config);
+  std::int32_t number = 0;  // attempts reported, TCP ones included
+  // One attempt, reported as soon as it is over. False when a stop signal cut it short: then
+  // it writes nothing.
+  const auto attempt_once = [&](bool over_tcp, bool& answered) {
+    if (extras.pacer && !wait_for_turn(*extras.pacer)) return false;
     transaction.clear();
-    const bool answered = exchange(transaction, query, &config.server, wait_ms, config.port);
-    if (interrupt_signal() != 0) return name_outcome::no_reply;  // the attempt was cut short: no row for it
-    report_attempt(out, transaction, query, config, &tally, origin, attempt + 1);
+    answered = over_tcp ? exchange_over_tcp(transaction, query, server, wait_ms)
+                        : exchange(transaction, query, server, wait_ms);
+    if (interrupt_signal() != 0) return false;
+    report_attempt(out, transaction, query, config, &tally, origin, ++number);
     out.flush();
+    return true;
+  };
+  for (std::int32_t attempt = 0;; ++attempt) {
+    bool answered = false;
+    if (!attempt_once(config.tcp_only != 0, answered)) return name_outcome::no_reply;
+    if (config.tcp && !config.tcp_only && truncated_reply(transaction, query) &&
+        !attempt_once(true, answered)) {
+      return name_outcome::no_reply;
+    }
     if (answered) return classify_attempt(transaction, answered);
     // The pause follows every failed attempt, the last one included.
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
@@ -40,6 +54,13 @@ name_outcome attempts(std::ostream& out, dns_packet_transaction& transaction, DN
 }
 
 }  // namespace
+
+query_settings query_settings_of(const input_params& config) {
+  query_settings settings;
+  settings.ip6_reverse = config.ip6_lookup != 0;
+  if (config.edns != 0) settings.edns = edns_request{static_cast<std::uint16_t>(config.edns), config.dnssec != 0};
+  return settings;
+}
 
 query_result run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                        input_params& config, const run_extras& extras, const query_origin& origin) {

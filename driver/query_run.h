@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "dns/dns_record.h"
+#include "dns/query_builder.h"
 #include "net/query_transaction.h"
 #include "net/send_pacer.h"
 #include "params/input_params.h"
@@ -17,6 +18,9 @@ struct run_extras {
   run_summary* summary = nullptr;   // progress line and -stats
 };
 
+// How the run's queries are built beyond name and type: -ip6, -edns, -dnssec.
+query_settings query_settings_of(const input_params& config);
+
 // How a name asked one at a time ended: its outcome, and whether any attempt of it was reported
 // (a stop signal during its first wait leaves it unreported).
 struct query_result {
@@ -26,6 +30,8 @@ struct query_result {
 
 // Writes every attempt's rows (and the verbose dump), flushed after each attempt. A stop
 // signal ends it between attempts, or during the wait, in which case that attempt writes
-// nothing and the name counts as never answered.
+// nothing and the name counts as never answered. With -tcp, a truncated reply over UDP is
+// followed at once by one attempt over TCP, which does not count against -retry; with
+// -tcp_only every attempt goes over TCP.
 query_result run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                        input_params& config, const run_extras& extras = {}, const query_origin& origin = {});

@@ -41,7 +41,7 @@ arg_list copy_arguments(int argc, char** argv) {
 
 bool lookup_requested(const input_params& config) {
   const bool no_name = config.url.empty() && config.ip.empty() && config.mx.empty() && config.txt.empty() &&
-                       config.ns.empty();
+                       config.ns.empty() && config.ip6.empty();
   return !no_name || config.use_stdin || config.use_enumdir;
 }
 
@@ -68,7 +68,8 @@ bool bulk_mode(const input_params& config) { return config.inflight > 1; }
 // The name is encoded as the lookup option encodes it, whatever type -qtype asks for.
 bool build(DNS_RES_RECORD& query, const std::string& name, const input_params& config) {
   const auto lookup_type = static_cast<std::uint16_t>(config.query_type);
-  return build_query_for(query, name, lookup_type, config.asked_type.value_or(lookup_type));
+  return build_query_for(query, name, lookup_type, config.asked_type.value_or(lookup_type),
+                         query_settings_of(config));
 }
 
 void note(name_outcome& worst, name_outcome outcome) { worst = std::max(worst, outcome); }
@@ -151,7 +152,7 @@ piped_result ask_piped(std::ostream& out, input_params& config, dns_packet_trans
     errno = 0;
     if (!name.built) {
       note(worst, name_outcome::no_reply);
-      if (config.json) write_json_bad_name(out, name.line, name.asked, name_fault(name.asked));
+      if (config.json) write_json_bad_name(out, name.line, name.asked, name_fault(name.asked, query_settings_of(config)));
       if (config.json && output_failed(out)) return {false, result.resume_line};
       result.resume_line = name.line;
       continue;

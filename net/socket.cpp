@@ -80,17 +80,19 @@ bool socket::open(std::uint32_t kind, std::uint32_t family) {
 
 bool socket::send_to(const std::uint8_t* octets, std::size_t length, std::uint32_t address,
                      std::uint16_t port) {
-  if (octets == nullptr || length == 0 || m_descriptor == -1) return false;
   const sockaddr_in destination = ipv4_address(m_family, address, port);
-  const auto* to = reinterpret_cast<const sockaddr*>(&destination);
-  const int fd = static_cast<int>(m_descriptor);
+  return send_to(octets, length, reinterpret_cast<const sockaddr*>(&destination), k_ipv4_address_size);
+}
 
-  ssize_t count = ::sendto(fd, octets, length, 0, to, k_ipv4_address_size);
+bool socket::send_to(const std::uint8_t* octets, std::size_t length, const sockaddr* to, socklen_t size) {
+  if (octets == nullptr || length == 0 || m_descriptor == -1) return false;
+  const int fd = static_cast<int>(m_descriptor);
+  ssize_t count = ::sendto(fd, octets, length, 0, to, size);
   if (count == -1) return false;
   // A datagram goes out whole on the first call; the loop only matters for streams.
   std::size_t sent = static_cast<std::size_t>(count);
   while (sent < length) {
-    count = ::sendto(fd, octets + sent, length - sent, 0, to, k_ipv4_address_size);
+    count = ::sendto(fd, octets + sent, length - sent, 0, to, size);
     if (count == -1) return false;
     sent += static_cast<std::size_t>(count);
   }

@@ -1,6 +1,8 @@
 // A thin RAII wrapper over the BSD socket calls; zib uses only its datagram path.
 #pragma once
 
+#include <sys/socket.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -23,6 +25,8 @@ class socket {
 
   // `address` in network byte order (as inet_addr gives it), `port` in host order.
   bool send_to(const std::uint8_t* octets, std::size_t length, std::uint32_t address, std::uint16_t port);
+  // The same to any socket address (IPv4 or IPv6) of `size` bytes.
+  bool send_to(const std::uint8_t* octets, std::size_t length, const sockaddr* to, socklen_t size);
 
   // Waits up to `timeout_seconds` for one datagram and reads it; 0 means nothing. On success
   // the sender's address and port are written back, in host order when `host_order` is set.

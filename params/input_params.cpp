@@ -1,5 +1,8 @@
 #include "params/input_params.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
 #include <cstdint>
 #include <iostream>
 #include <string_view>
@@ -11,12 +14,13 @@ namespace {
 struct pipe_option {
   std::string_view name;
   std::int32_t type;
+  bool ip6 = false;  // the name is an IPv6 address, reversed under ip6.arpa
 };
 
 // Checked in this order; with several present the last one found sets the type.
 constexpr pipe_option k_pipe_options[] = {
-    {"-url_pipe", 1}, {"-ip_pipe", 12}, {"-mx_pipe", 15},
-    {"-ns_pipe", 2},  {"-cname_pipe", 5}, {"-txt_pipe", 16},
+    {"-url_pipe", 1}, {"-ip_pipe", 12}, {"-mx_pipe", 15}, {"-ns_pipe", 2},
+    {"-cname_pipe", 5}, {"-txt_pipe", 16}, {"-ip6_pipe", 12, true},
 };
 
 struct single_option {
@@ -24,12 +28,14 @@ struct single_option {
   std::int32_t type;
   std::string input_params::*slot;
   bool reports_conflict;  // -url is checked first, so a conflict found there has no message
+  bool ip6 = false;
 };
 
 constexpr single_option k_single_options[] = {
     {"-url", 1, &input_params::url, false},  {"-ip", 12, &input_params::ip, true},
     {"-mx", 15, &input_params::mx, true},    {"-txt", 16, &input_params::txt, true},
     {"-ns", 2, &input_params::ns, true},     {"-cname", 5, &input_params::ns, true},
+    {"-ip6", 12, &input_params::ip6, true, true},
 };
 
 void take_number(arg_list& args, std::string_view name, std::int32_t& field) {
@@ -52,6 +58,9 @@ constexpr bounded_option k_qps{"-qps", "qps", 1, 10000000};
 constexpr bounded_option k_inflight{"-inflight", "inflight", 1, 1000000};
 constexpr bounded_option k_hold_mb{"-hold_mb", "hold_mb", 1, 65536, true};
 constexpr bounded_option k_skip_lines{"-skip_lines", "skip_lines", 0, INT64_MAX, true};
+// RFC 6891 section 6.2.3: a size below 512 is read as 512, so it is no use asking for one.
+constexpr bounded_option k_edns{"-edns", "edns", 512, 65535, true};
+constexpr std::int32_t k_dnssec_edns = 1232;  // what -dnssec offers alone: fits one unfragmented datagram
 
 template <typename Number>
 bool take_bounded(arg_list& args, const bounded_option& option, Number& field) {
@@ -93,6 +102,45 @@ bool take_asked_type(arg_list& args, std::optional<std::uint16_t>& type) {
   return false;
 }
 
+// -server or -server6, exactly one of them. False with the message written.
+bool take_server(arg_list& args, input_params& config) {
+  auto address6 = take_value(args, "-server6");
+  auto address = take_value(args, "-server");
+  if (address6) {
+    if (address) {
+      std::cerr << "use -server or -server6, not both\n";
+      return false;
+    }
+    in6_addr parsed{};
+    if (::inet_pton(AF_INET6, address6->c_str(), &parsed) != 1) {
+      std::cerr << "invalid server6: " << *address6 << '\n';
+      return false;
+    }
+    config.server = std::move(*address6);
+    config.server6 = 1;
+    return true;
+  }
+  if (!address) {
+    std::cerr << "error: need to specify a DNS server to query using the format: -server "
+                 "<ipv4 addr>\n";
+    return false;
+  }
+  config.server = std::move(*address);
+  return true;
+}
+
+// The switches the run with many names in flight does not take yet; the first one given, or
+// empty.
+std::string_view transport_switch(const input_params& config) {
+  if (config.edns != 0) return "-edns";
+  if (config.dnssec) return "-dnssec";
+  if (config.tcp) return "-tcp";
+  if (config.tcp_only) return "-tcp_only";
+  if (config.server6) return "-server6";
+  if (config.ip6_lookup) return config.use_stdin ? "-ip6_pipe" : "-ip6";
+  return {};
+}
+
 }  // namespace
 
 input_params::input_params() {
@@ -114,6 +162,7 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
     if (!take_switch(args, option.name)) continue;
     if (!use_enumdir) use_stdin = 1;
     query_type = option.type;
+    ip6_lookup = option.ip6;
   }
 
   for (const single_option& option : k_single_options) {
@@ -126,15 +175,10 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
     }
     query_name = std::move(*value);
     query_type = option.type;
+    ip6_lookup = option.ip6;
   }
 
-  auto address = take_value(args, "-server");
-  if (!address) {
-    std::cerr << "error: need to specify a DNS server to query using the format: -server "
-                 "<ipv4 addr>\n";
-    return 0;
-  }
-  server = std::move(*address);
+  if (!take_server(args, *this)) return 0;
 
   if (take_switch(args, "-ipv6")) ipv6 = 1;
   take_number(args, "-timeout", timeout);
@@ -145,9 +189,18 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
   if (take_switch(args, "-stats")) stats = 1;
   if (take_switch(args, "-strict_exit")) strict_exit = 1;
   if (take_switch(args, "-unordered")) unordered = 1;
+  if (take_switch(args, "-tcp")) tcp = 1;
+  if (take_switch(args, "-tcp_only")) tcp_only = 1;
+  if (take_switch(args, "-dnssec")) dnssec = 1;
   const bool valid = take_bounded(args, k_port, port) && take_bounded(args, k_timeout_ms, timeout_ms) &&
                      take_bounded(args, k_qps, qps) && take_bounded(args, k_inflight, inflight) &&
                      take_bounded(args, k_hold_mb, hold_mb) && take_bounded(args, k_skip_lines, skip_lines) &&
-                     take_asked_type(args, asked_type);
-  return valid ? 1 : 0;
+                     take_asked_type(args, asked_type) && take_bounded(args, k_edns, edns);
+  if (!valid) return 0;
+  if (const std::string_view given = transport_switch(*this); inflight > 1 && !given.empty()) {
+    std::cerr << given << " is not yet supported with -inflight\n";
+    return 0;
+  }
+  if (dnssec && edns == 0) edns = k_dnssec_edns;
+  return 1;
 }

@@ -23,6 +23,7 @@ class input_params : public cmd_params {
   std::string mx;
   std::string txt;
   std::string ns;           // shared by -ns and -cname
+  std::string ip6;          // -ip6
   std::string query_name;
   std::int32_t timeout = 1;
   std::int32_t retry = 0;
@@ -41,4 +42,10 @@ class input_params : public cmd_params {
   std::int32_t hold_mb = 64;     // -hold_mb: MiB of finished names' reports held for input order
   std::uint64_t skip_lines = 0;  // -skip_lines: input lines passed over unread before the first name
   std::uint8_t ipv6 = 0;    // accepted and stored; the query path never consults it
+  std::uint8_t ip6_lookup = 0;  // -ip6, -ip6_pipe: the name is an IPv6 address, asked under ip6.arpa
+  std::uint8_t server6 = 0;     // -server6: `server` holds an IPv6 literal
+  std::int32_t edns = 0;        // -edns: the UDP size offered in an OPT record; 0: no OPT record
+  std::uint8_t dnssec = 0;      // -dnssec: the OPT record's DO bit (and -edns 1232 unless given)
+  std::uint8_t tcp = 0;         // -tcp: a truncated UDP reply is followed by one attempt over TCP
+  std::uint8_t tcp_only = 0;    // -tcp_only: every attempt over TCP
 };

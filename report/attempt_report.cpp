@@ -44,8 +44,18 @@ int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_R
   const row_writer write_row{out, config, tally, context, written};
   // Without a parsed reply the row is the query record itself: name, type, server, ID and
   // the time of sending.
+  // Over TCP the wait covers connecting and writing too, so a time-out may come before the
+  // query is out.
+  if (transaction.fault == stream_fault::timed_out) {
+    write_row(query, k_section_question, k_status_timeout);
+    return written;
+  }
   if (transaction.sent_length == 0) {
     write_row(query, k_section_question, k_status_sock_err);
+    return written;
+  }
+  if (transaction.fault == stream_fault::broken) {
+    write_row(query, k_section_question, k_status_tcp_err);
     return written;
   }
   if (transaction.received_length == 0) {

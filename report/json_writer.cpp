@@ -3,6 +3,7 @@
 #include <span>
 #include <utility>
 
+#include "dns/edns.h"
 #include "dns/message_header.h"
 #include "dns/record_types.h"
 #include "report/record_data.h"
@@ -97,13 +98,42 @@ void presentation_fields(std::string& out, const DNS_RES_RECORD& record, std::st
   out += ']';
 }
 
-void rcode_field(std::string& out, const message_header& header) {
+void bool_field(std::string& out, std::string_view name, bool value) {
+  key(out, name);
+  out += value ? "true" : "false";
+}
+
+// With the OPT record's upper bits, so BADVERS (16) reads as such.
+void rcode_field(std::string& out, const message_header& header, const std::optional<opt_record>& opt) {
   key(out, "rcode");
-  const std::string_view name = rcode_name(header.rcode);
+  const std::uint16_t rcode = full_rcode(header.rcode, opt);
+  const std::string_view name = rcode_name(rcode);
   if (name.empty())
-    append_field(out, header.rcode);
+    append_field(out, rcode);
   else
     append_json_string(out, name);
+}
+
+// {"version":0,"udp_size":1232,"do":false,"options":[{"code":10,"hex":"01 02"}]}. Each object
+// is made on its own, so that its first member, too, follows a lone "{".
+void edns_field(std::string& out, const opt_record& opt, report_row& scratch) {
+  std::string edns = "{";
+  number_field(edns, "version", opt.version);
+  number_field(edns, "udp_size", opt.udp_size);
+  bool_field(edns, "do", opt.dnssec_ok);
+  key(edns, "options");
+  edns += '[';
+  for (const edns_option& option : opt.options) {
+    if (edns.back() != '[') edns += ',';
+    std::string item = "{";
+    number_field(item, "code", option.code);
+    hex_field(item, "hex", option.data, scratch);
+    edns += item;
+    edns += '}';
+  }
+  edns += "]}";
+  key(out, "edns");
+  out += edns;
 }
 
 void flags_field(std::string& out, const message_header* header) {
@@ -148,12 +178,14 @@ void attempt_fields(std::string& out, const json_row_context& context, const inp
   const dns_packet_transaction* t = context.transaction;
   const bool received = t != nullptr && t->received_length != 0;
   const auto header = received ? read_message_header(t->received) : std::nullopt;
+  const auto opt = header ? find_opt_record(t->additional) : std::nullopt;
   number_field(out, "attempt", static_cast<std::uint64_t>(context.attempt));
   if (header)
-    rcode_field(out, *header);
+    rcode_field(out, *header, opt);
   else
     null_field(out, "rcode");  // no reply, or one too short to hold a header
   flags_field(out, header ? &*header : nullptr);
+  if (opt) edns_field(out, *opt, scratch);
   if (received)
     rtt_field(out, context.sent_at, t->received_at);
   else
@@ -223,6 +255,8 @@ void write_json_row(const DNS_RES_RECORD& record, std::ostream& out, std::string
   number_field(line, "id", record.id);
   string_field(line, "server", record.server);
   number_field(line, "port", config.port);
+  const bool tcp = context.transaction != nullptr && context.transaction->transport == exchange_transport::tcp;
+  string_field(line, "transport", tcp ? "tcp" : "udp");
   time_field(line, record.timestamp);
   number_field(line, "type", record.type);
   string_field(line, "type_name", usual_type_name(record.type));

@@ -20,8 +20,9 @@ struct json_row_context {
   const dns_packet_transaction* transaction = nullptr;  // the attempt's bytes; null: none
 };
 
-// One row: the record's fields, the section and status words, then the attempt's rcode,
-// flags and round trip, and with -verbose the sent and received messages in hex.
+// One row: the record's fields, the section and status words, the attempt's transport, then
+// its number, rcode, flags, the reply's OPT record (when it has one) and round trip, and with
+// -verbose the sent and received messages in hex.
 void write_json_row(const DNS_RES_RECORD& record, std::ostream& out, std::string_view section,
                     std::string_view status, const json_row_context& context, const input_params& config);
 

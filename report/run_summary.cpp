@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "dns/edns.h"
 #include "dns/message_header.h"
 
 namespace {
@@ -14,6 +15,9 @@ constexpr std::uint8_t k_named_rcodes[] = {0, 3, 2, 5};  // NOERROR, NXDOMAIN, S
 
 constexpr std::size_t k_timeout_row = 2;
 static_assert(k_status_words[k_timeout_row] == k_status_timeout);
+// Rows with this word and after it exist only where TCP was used; the summary names them then.
+constexpr std::size_t k_tcp_rows = 5;
+static_assert(k_status_words[k_tcp_rows] == k_status_tcp_err);
 
 std::string milliseconds(std::uint64_t micros) {
   char text[32];
@@ -32,10 +36,14 @@ void name_tally::count_row(std::string_view status) {
 
 void name_tally::count_attempt(const dns_packet_transaction& transaction, const DNS_RES_RECORD& query) {
   attempt_note note;
+  if (transaction.transport == exchange_transport::tcp) ++m_tcp_attempts;
   if (transaction.received_length != 0) {
     const auto header = read_message_header(transaction.received);
-    // A reply too short to carry a code counts as "other", the slot after the named ones.
-    const auto* named = header ? std::find(std::begin(k_named_rcodes), std::end(k_named_rcodes), header->rcode)
+    if (header && header->tc) ++m_truncated;
+    // A reply too short to carry a code counts as "other", the slot after the named ones, and
+    // so does an extended code (BADVERS and the rest).
+    const auto rcode = header ? full_rcode(header->rcode, find_opt_record(transaction.additional)) : 0;
+    const auto* named = header ? std::find(std::begin(k_named_rcodes), std::end(k_named_rcodes), rcode)
                                : std::end(k_named_rcodes);
     note.rcode_slot = static_cast<std::uint8_t>(named - std::begin(k_named_rcodes));
     // Both times come from the wall clock; a step back must not wrap around.
@@ -50,6 +58,8 @@ void run_summary::add(const name_tally& name) {
   if (name.m_attempts.empty()) return;
   ++m_names;
   m_attempts += name.m_attempts.size();
+  m_tcp_attempts += name.m_tcp_attempts;
+  m_truncated += name.m_truncated;
   for (std::size_t i = 0; i < m_rows.size(); ++i) m_rows[i] += name.m_rows[i];
   for (const name_tally::attempt_note& note : name.m_attempts) {
     if (note.rcode_slot == name_tally::k_no_reply) continue;
@@ -101,11 +111,14 @@ void run_summary::write(std::ostream& out, double elapsed_seconds) const {
                 static_cast<unsigned long long>(m_names), static_cast<unsigned long long>(m_attempts),
                 elapsed_seconds, per_second(m_names, elapsed_seconds));
   out << line << "rows:";
-  for (std::size_t i = 0; i < k_status_words.size(); ++i) out << (i ? ", " : " ") << k_status_words[i] << ' ' << m_rows[i];
+  const std::size_t words = m_tcp_attempts != 0 ? k_status_words.size() : k_tcp_rows;
+  for (std::size_t i = 0; i < words; ++i) out << (i ? ", " : " ") << k_status_words[i] << ' ' << m_rows[i];
   out << "\nrcodes:";
   for (std::size_t i = 0; i < std::size(k_named_rcodes); ++i) out << (i ? ", " : " ") << rcode_name(k_named_rcodes[i]) << ' ' << m_rcodes[i];
   out << ", other " << m_rcodes.back() << "\nrtt ms: p50 " << milliseconds(percentile(0.50)) << ", p95 "
       << milliseconds(percentile(0.95)) << ", p99 " << milliseconds(percentile(0.99)) << ", max "
       << milliseconds(m_rtt_max) << '\n';
+  if (m_truncated != 0 || m_tcp_attempts != 0)
+    out << "truncated replies " << m_truncated << ", tcp attempts " << m_tcp_attempts << '\n';
   if (m_strays != 0) out << "strays: " << m_strays << " (replies to no query in flight: late, repeated or foreign)\n";
 }

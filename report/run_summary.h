@@ -17,8 +17,11 @@ inline constexpr const char* k_status_sock_err = "sock err";
 inline constexpr const char* k_status_timeout = "timeout";
 inline constexpr const char* k_status_unkresp = "unkresp";
 inline constexpr const char* k_status_invalid = "invalid";
-inline constexpr std::array<std::string_view, 5> k_status_words = {
-    k_status_success, k_status_sock_err, k_status_timeout, k_status_unkresp, k_status_invalid};
+// An attempt over TCP whose query went out, after which the server closed or reset the
+// connection, or announced a reply of length 0, before a whole reply had come.
+inline constexpr const char* k_status_tcp_err = "tcp err";
+inline constexpr std::array<std::string_view, 6> k_status_words = {
+    k_status_success, k_status_sock_err, k_status_timeout, k_status_unkresp, k_status_invalid, k_status_tcp_err};
 
 // What one name added to the run, counted while its attempts are reported and added to the
 // summary when its rows are out: a bulk run renders a name before earlier names are written,
@@ -26,7 +29,8 @@ inline constexpr std::array<std::string_view, 5> k_status_words = {
 class name_tally {
  public:
   void count_row(std::string_view status);
-  // One finished attempt: its reply's response code and its round-trip time, if it got one.
+  // One finished attempt: its reply's response code and its round-trip time, if it got one;
+  // whether it went over TCP, and whether its reply was truncated.
   void count_attempt(const dns_packet_transaction& transaction, const DNS_RES_RECORD& query);
   bool empty() const { return m_attempts.empty(); }
 
@@ -39,6 +43,8 @@ class name_tally {
   };
   std::array<std::uint32_t, k_status_words.size()> m_rows{};
   std::vector<attempt_note> m_attempts;
+  std::uint32_t m_tcp_attempts = 0;
+  std::uint32_t m_truncated = 0;
 };
 
 class run_summary {
@@ -50,7 +56,8 @@ class run_summary {
 
   // "1200 names, 950 names/s, 3 timeouts, 1.3 s"
   std::string progress_text(double elapsed_seconds) const;
-  // A few lines: names and attempts, rows per status word, response codes, round-trip times.
+  // A few lines: names and attempts, rows per status word, response codes, round-trip times;
+  // truncated replies and TCP attempts when there were any.
   void write(std::ostream& out, double elapsed_seconds) const;
 
  private:
@@ -70,4 +77,6 @@ class run_summary {
   std::uint64_t m_replies = 0;
   std::uint64_t m_strays = 0;
   std::uint64_t m_rtt_max = 0;
+  std::uint64_t m_tcp_attempts = 0;
+  std::uint64_t m_truncated = 0;
 };

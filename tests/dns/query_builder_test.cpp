@@ -90,4 +90,22 @@ TEST(encode_name, dots_label_sizes_and_reversal) {
   }
 }
 
+// Any text form of an IPv6 address gives the same 32 nibbles, last first; interop.py checks the
+// names against dig -x.
+TEST(encode_ip6_reverse_name, text_forms_and_refusals) {
+  bytes all_zero;
+  for (int i = 0; i < 32; ++i) all_zero.insert(all_zero.end(), {1, '0'});
+  all_zero.insert(all_zero.end(), {3, 'i', 'p', '6', 4, 'a', 'r', 'p', 'a', 0});
+  bytes last_one = all_zero;
+  last_one[1] = 'f';  // the low nibble of the last byte comes first
+  EXPECT_EQ(encode_ip6_reverse_name("::"), all_zero);
+  EXPECT_EQ(encode_ip6_reverse_name("::F"), last_one);
+  EXPECT_EQ(encode_ip6_reverse_name("0:0:0:0:0:0:0.0.0.15"), last_one);
+  for (const char* text : {"", "1:2:3", "192.0.2.1", "::1%lo", " ::1", "::g", "1::2::3"}) {
+    EXPECT_EQ(encode_ip6_reverse_name(text), std::nullopt) << text;
+    EXPECT_EQ(name_fault(text, {true, std::nullopt}), *text ? "not an IPv6 address" : "empty name") << text;
+  }
+  EXPECT_EQ(encode_ip6_reverse_name(std::string_view("::1\0", 4)), std::nullopt);
+}
+
 }  // namespace

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""zib against a real authoritative server: Debian's nsd, run as the current user on 127.0.0.1 at
-a port picked here, serving the zones of tests/data. dig, asked the same questions, is the oracle
-for every record zib decodes; the masked reports are compared with expected/interop.expected.
-Every record of records.test.zone, and a few that nsd will not serve as they are, is asked
-with -qtype and -json: its "rdata" must be dig +short's line, and -presentation must show the
-same text in the text, CSV and XML reports.
+"""zib against a real authoritative server: Debian's nsd, run as the current user on 127.0.0.1 (and
+::1 where the system has it) at a port picked here, serving the zones of tests/data. dig, asked the
+same questions, is the oracle for every record zib decodes; the masked reports are compared with
+expected/interop.expected. Every record of records.test.zone, and a few that nsd will not serve
+as they are, is asked with -qtype and -json: its "rdata" must be dig +short's line, and
+-presentation must show the same text in the text, CSV and XML reports.
 
     interop.py ZIB [--update]"""
 import difflib, html, ipaddress, json, os, re, shutil, signal, socket, subprocess, sys, tempfile, time
@@ -14,13 +14,16 @@ from zibtest import DATA, Responder, golden, mask, name, reply, rr, run_zib
 
 NSD = shutil.which("nsd") or shutil.which("nsd", path="/usr/sbin:/usr/local/sbin")
 DIG = shutil.which("dig")
-CONF = """server: ip-address: 127.0.0.1 port: {port} do-ip6: no username: "" chroot: "" database: "" server-count: 1
+CONF = """server: ip-address: 127.0.0.1 {ip6} port: {port} username: "" chroot: "" database: "" server-count: 1
+  ipv4-edns-size: 4096 ipv6-edns-size: 4096
   zonesdir: "{w}" pidfile: "{w}/nsd.pid" xfrdfile: "{w}/xfrd.state" xfrdir: "{w}" zonelistfile: "{w}/zone.list"
   cookie-secret-file: "{w}/cookies" logfile: "{w}/nsd.log"
 remote-control: control-enable: no
 zone: name: example.test zonefile: "{data}/example.test.zone"
 zone: name: 2.0.192.in-addr.arpa zonefile: "{data}/2.0.192.in-addr.arpa.zone"
 zone: name: records.test zonefile: "{data}/records.test.zone"
+zone: name: big.test zonefile: "{data}/big.test.zone"
+zone: name: 8.b.d.0.1.0.0.2.ip6.arpa zonefile: "{data}/8.b.d.0.1.0.0.2.ip6.arpa.zone"
 """
 PIPED = "www.example.test\nalias.example.test\nnope.example.test\n"
 # (zib's arguments before -server, standard input, the questions dig is asked: name and type)
@@ -41,6 +44,27 @@ CASES = [
     ("-url_pipe", PIPED, []),
     ("-url_pipe -xml", PIPED, []),
     ("-url_pipe -json", PIPED, []),  # each object's rcode and flags checked against dig's header
+    ("-txt txt820.big.test -tcp -csv -stats", "", []),  # its rows: TRANSPORT below
+]
+IP6_PIPED = "2001:DB8::10\n2001:0db8:0:0:0:0:0:53\n2001:db8:0:1:abcd:ef01:2345:6789\n::ffff:192.0.2.1\n"
+# Answers too large for 512 bytes (txt820, many: 60 addresses) or for 1,232 (txt1500), and
+# ip6.arpa names, asked with -json: (zib's arguments, standard input, and per attempt of a name
+# its transport and dig's options for the same question, whose reply that attempt's rows show).
+# "@6" asks nsd on ::1 with -server6.
+NOEDNS_TC = [("udp", "+noedns +ignore"), ("tcp", "+noedns +tcp")]
+TRANSPORT = [
+    ("-txt txt820.big.test -tcp", "", NOEDNS_TC),
+    ("-txt txt820.big.test -edns 4096", "", [("udp", "+bufsize=4096 +ignore")]),
+    ("-txt txt1500.big.test -edns 4096", "", [("udp", "+bufsize=4096 +ignore")]),
+    ("-txt txt1500.big.test -dnssec -tcp", "", [("udp", "+dnssec +bufsize=1232 +ignore"), ("tcp", "+dnssec +tcp")]),
+    ("-txt txt1500.big.test -tcp_only", "", [("tcp", "+noedns +tcp")]),
+    ("-url many.big.test -tcp", "", NOEDNS_TC),
+    ("-url many.big.test -edns 4096 -dnssec", "", [("udp", "+bufsize=4096 +dnssec +ignore")]),
+    ("-url many.big.test -tcp_only", "", [("tcp", "+noedns +tcp")]),
+    ("-txt txt1500.big.test -tcp @6", "", NOEDNS_TC),
+    ("-url many.big.test -edns 4096 @6", "", [("udp", "+bufsize=4096 +ignore")]),
+    ("-ip6 2001:db8::10", "", [("udp", "+noedns")]),
+    ("-ip6_pipe -tcp_only", IP6_PIPED, [("tcp", "+noedns +tcp")]),
 ]
 
 
@@ -59,22 +83,36 @@ SCRIPTED = [
 UNKNOWN_TYPE = 65280  # private use: dig shows any data of it in the generic form
 
 
-def dig(port, name, qtype, *options):
+def dig(port, name, qtype, *options, server="127.0.0.1", defaults=("+norec", "+noedns")):
     """dig's text, or "" when no reply came."""
-    r = subprocess.run([DIG, "@127.0.0.1", "-p", str(port), "+norec", "+noedns", "+time=1", "+tries=1",
+    r = subprocess.run([DIG, "@" + server, "-p", str(port), *defaults, "+time=1", "+tries=1",
                         name, qtype, *options], capture_output=True, timeout=10)
     return "" if r.returncode else r.stdout.decode()
 
 
-def start_nsd(work):
+def have_ip6():
+    try:
+        with socket.socket(socket.AF_INET6, socket.SOCK_DGRAM) as s:
+            s.bind(("::1", 0))
+        return True
+    except OSError:
+        return False
+
+
+def start_nsd(work, ip6):
     """nsd on a port that was free for UDP and TCP a moment ago; stopped by its PID later."""
     with socket.socket() as t, socket.socket(type=socket.SOCK_DGRAM) as u:
         u.bind(("127.0.0.1", 0))
         port = u.getsockname()[1]
         t.bind(("127.0.0.1", port))
+        if ip6:
+            with socket.socket(socket.AF_INET6) as t6, socket.socket(socket.AF_INET6, socket.SOCK_DGRAM) as u6:
+                t6.bind(("::1", port))
+                u6.bind(("::1", port))
     conf = os.path.join(work, "nsd.conf")
     with open(conf, "w") as f:
-        f.write(CONF.format(port=port, w=work, data=os.path.abspath(DATA)))
+        f.write(CONF.format(port=port, w=work, data=os.path.abspath(DATA),
+                            ip6="ip-address: ::1 do-ip6: yes" if ip6 else "do-ip6: no"))
     nsd = subprocess.Popen([NSD, "-d", "-c", conf], stdin=subprocess.DEVNULL, start_new_session=True)
     for _ in range(50):
         if nsd.poll() is None and dig(port, "example.test", "SOA", "+short"):
@@ -102,10 +140,10 @@ def as_zib_data(qtype, data):
     return data
 
 
-def dig_rows(port, name, qtype):
+def dig_rows(port, name, qtype, text=None):
     """dig's records as zib's rows, and the "invalid" question row of an unanswered non-CNAME question."""
     rows, section, question = [], None, None
-    for line in dig(port, name, qtype).split("\n"):
+    for line in (text if text is not None else dig(port, name, qtype)).split("\n"):
         heading = re.fullmatch(r";; (QUESTION|ANSWER|AUTHORITY|ADDITIONAL) SECTION:", line)
         if heading or not line:
             section = heading and {"ADDITIONAL": "additions"}.get(heading[1], heading[1].lower())
@@ -189,6 +227,48 @@ def presentation_mismatches(zib, port):
         xml = re.search(r' presentation="([^"]*)">', run_zib(zib, args + ["-presentation", "-xml"])[1].decode())
         if {text, csv, xml and html.unescape(xml[1])} != {rdata}:
             yield "%s -presentation: text %r, CSV %r, XML %r; JSON %r" % (name, text, csv, xml and xml[0], rdata)
+def unescape(value):
+    """A JSON value's bytes: \\DDD is one byte, a doubled backslash one backslash."""
+    return re.sub(r"\\(\d{3}|\\)", lambda m: "\\" if m[1] == "\\" else chr(int(m[1])), value)
+
+
+def attempt_mismatches(port, args, stdin, attempts, out):
+    """Each attempt of each name against dig asking the same question with the attempt's options:
+    the transport, the rows (the OPT record's row from dig's EDNS line), rcode, flags and edns."""
+    server = "::1" if "-server6" in args else "127.0.0.1"
+    objects = [json.loads(line) for line in out.decode().splitlines()]
+    names = sorted({o["line"] for o in objects})
+    if names != list(range(1, max(1, stdin.count("\n")) + 1)):
+        yield "zib %s: rows for the lines %s" % (args, names)
+    for line in names:
+        mine = [o for o in objects if o["line"] == line]
+        asked = mine[0]["asked"]
+        question = ["-x", asked, "PTR"] if args[0].startswith("-ip6") else [asked, "TXT" if "-txt" in args else "A"]
+        if sorted({o["attempt"] for o in mine}) != list(range(1, len(attempts) + 1)):
+            yield "zib %s, %s: attempts %s" % (args, asked, [o["attempt"] for o in mine])
+            continue
+        for number, (transport, options) in enumerate(attempts, 1):
+            text = dig(port, *question, *options.split(), "+nocookie", server=server, defaults=("+rec",))
+            rows = dig_rows(port, None, question[-1], text)
+            edns = re.search(r"; EDNS: version: (\d+), flags:([a-z ]*); udp: (\d+)", text)
+            if edns:
+                ttl = int(edns[1]) << 16 | (0x8000 if "do" in edns[2].split() else 0)
+                rows.append("additions,,success,%s,%d,OPT,  <none>" % (edns[3], ttl))
+            got = [o for o in mine if o["attempt"] == number]
+            zib = [",".join([o["section"], unescape(o["query"]), o["status"], str(o["class"]), str(o["ttl"]),
+                             o["type_name"], unescape(o["data"])]) for o in got]
+            zib = [r if not r.startswith("question,") else ",".join(r.split(",")[:3]) for r in zib]
+            flags = re.search(r";; flags:([a-z ]*);", text)[1].split()
+            header = {"transport": transport, "rcode": re.search(r"status: (\w+)", text)[1],
+                      "flags": [f for f in ZIB_FLAGS if f in flags],
+                      "edns": edns and {"version": int(edns[1]), "udp_size": int(edns[3]),
+                                        "do": "do" in edns[2].split(), "options": []}}
+            seen = {k: got[0].get(k) for k in header}
+            if number == len(attempts) and "tc" in seen["flags"]:
+                yield "zib %s, %s: the last attempt is truncated" % (args, asked)
+            if zib != rows or seen != header:
+                yield "zib %s, %s, attempt %d: (- dig %s, + zib)\n%s" % (args, asked, number, options, "\n".join(
+                    difflib.unified_diff(rows + [str(header)], zib + [str(seen)], lineterm="", n=99)))
 
 
 def main():
@@ -196,9 +276,9 @@ def main():
     if not NSD or not DIG:
         print("skipped: %s is not installed" % ("nsd" if not NSD else "dig"))
         sys.exit(77)
-    report, failed = "", False
+    report, failed, ip6 = "", False, have_ip6()
     with tempfile.TemporaryDirectory(prefix="zib-nsd-") as work:
-        nsd, port = start_nsd(work)
+        nsd, port = start_nsd(work, ip6)
         try:
             for args, stdin, questions in CASES:
                 argv = args.split() + ["-server", "127.0.0.1", "-port", str(port)]
@@ -222,6 +302,16 @@ def main():
             for mismatch in presentation_mismatches(zib, port):
                 failed = True
                 print(mismatch)
+            for args, stdin, attempts in TRANSPORT:
+                if "@6" in args and not ip6:
+                    print("skipped, no ::1 here: zib %s" % args)
+                    continue
+                server = ["-server6", "::1"] if "@6" in args else ["-server", "127.0.0.1"]
+                argv = args.replace("@6", "").split() + server + ["-port", str(port), "-json"]
+                status, out, err = run_zib(zib, argv, stdin.encode())
+                for mismatch in attempt_mismatches(port, argv, stdin, attempts, out):
+                    failed = True
+                    print(mismatch)
         finally:
             stop_nsd(nsd)
         for mismatch in scripted_mismatches(zib):

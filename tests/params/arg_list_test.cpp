@@ -46,4 +46,23 @@ TEST(arg_list, read_number_vectors) {
   }
 }
 
+// The newer switches take a number only when the whole text is one.
+TEST(arg_list, read_strict_number_vectors) {
+  struct {
+    const char* text;
+    std::int64_t value;  // 7, the value held before, when the text is refused
+  } const cases[] = {
+      {"4096", 4096}, {" 0x1000 ", 4096}, {"x10", 16}, {"0o17", 15}, {"o17", 15}, {"-5", -5}, {"010", 10},
+      {"2147483648", 2147483648}, {"0xffffffff", 4294967295}, {"9223372036854775807", INT64_MAX},
+      {"12abc", 7}, {"1x2", 7}, {"0x", 7}, {"o9", 7}, {"+", 7}, {"", 7}, {"4 096", 7}, {"-0x5", 7},
+      {"12.7", 7}, {"9223372036854775808", 7},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    std::int64_t value = 7;
+    EXPECT_EQ(read_strict_number(c.text, value), c.value != 7);
+    EXPECT_EQ(value, c.value);
+  }
+}
+
 }  // namespace

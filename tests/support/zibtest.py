@@ -1,6 +1,6 @@
 """Shared by the end-to-end tests: a scriptable DNS responder on 127.0.0.1 at a port the system
-picks, zib run as a child process, and golden outputs compared byte for byte after masking the
-random message IDs, dates and times."""
+picks (UDP, and TCP on the same port when scripted), zib run as a child process, and golden
+outputs compared byte for byte after masking the random message IDs, dates and times."""
 import collections, difflib, os, re, select, socket, struct, subprocess, sys, threading, time
 
 DATA = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data")
@@ -47,25 +47,74 @@ def foreign(make):
 # from a fresh one; make None stays silent.
 act = collections.namedtuple("act", "make delay elsewhere", defaults=(None, 0.0, False))
 
+# One TCP connection's script, once its framed query is read: write make(query) (bytes, or a list
+# of pieces written 0.05 s apart), then close, or with `hold` (and always when make is None)
+# leave the connection open until zib closes it.
+stream = collections.namedtuple("stream", "make hold", defaults=(None, False))
+
+
+def framed(make):
+    """A reply with its two-byte length in front, as a server sends it over TCP."""
+    return lambda query: struct.pack(">H", len(make(query))) + make(query)
+
+
+def dnspython():
+    """Debian's python3-dnspython, the oracle for messages, or None where it is missing."""
+    try:
+        import dns.flags, dns.message, dns.rcode
+    except ImportError:
+        sys.path.append("/usr/lib/python3/dist-packages")  # a Python of its own may lack it
+        try:
+            import dns.flags, dns.message, dns.rcode
+        except ImportError:
+            return None
+    return dns
+
+
+def edns_text(query):
+    """The OPT record of a query as dnspython (Debian's python3-dnspython) reads it."""
+    dns = dnspython()
+    if not dns:
+        return "edns: no dnspython here to read it"
+    m = dns.message.from_wire(query)
+    return "edns %d, udp %d, flags %s, %d options" % (m.edns, m.payload, dns.flags.edns_to_text(m.ednsflags) or "-",
+                                                    len(m.options)) if m.edns >= 0 else "no edns"
+
 
 class Responder:
     """Answers each datagram by the next step of its script, then by the steps of `cycle` in
     turn (silence without one, or when the step's make gives None). Records when each query
     arrived. Lives at most `lifetime` seconds, so it cannot hang a run."""
-    def __init__(self, script=(), cycle=(), port=0, lifetime=120):
+    def __init__(self, script=(), cycle=(), port=0, lifetime=120, tcp=None):
         steps = lambda xs: [x if isinstance(x, act) else act(x) for x in xs]
         self.script, self.cycle, self.queries, self.times = steps(script), steps(cycle) or [act()], [], []
-        self.sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 22)
-        self.sock.bind(("127.0.0.1", port))
-        self.port = self.sock.getsockname()[1]
+        self.streams, self.tcp_queries, self.listener = list(tcp or ()), [], None
+        for _ in range(20):  # a TCP listener wants the UDP port too, which may be taken
+            self.sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+            self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 22)
+            self.sock.bind(("127.0.0.1", port))
+            self.port = self.sock.getsockname()[1]
+            try:
+                if tcp is not None:
+                    self.listener = socket.socket()
+                    self.listener.bind(("127.0.0.1", self.port))
+                    self.listener.listen(8)
+                break
+            except OSError:
+                self.sock.close()
+                self.listener.close()
         self.deadline, self.stopped = time.monotonic() + lifetime, False
         self.thread = threading.Thread(target=self.serve, daemon=True)
         self.thread.start()
 
     def serve(self):
         while not self.stopped and time.monotonic() < self.deadline:
-            if select.select([self.sock], [], [], 0.1)[0]:
+            ready = select.select([self.sock] + ([self.listener] if self.listener else []), [], [], 0.1)[0]
+            if self.listener in ready:
+                conn = self.listener.accept()[0]
+                step = self.streams.pop(0) if self.streams else stream()
+                threading.Thread(target=self.converse, args=(conn, step), daemon=True).start()
+            if self.sock in ready:
                 query, sender = self.sock.recvfrom(65536)
                 step = self.script.pop(0) if self.script else self.cycle[len(self.queries) % len(self.cycle)]
                 self.queries.append(query)
@@ -84,23 +133,48 @@ class Responder:
         except OSError:  # a late reply after close(): nobody waits for it any more
             pass
 
+    def converse(self, conn, step):
+        """One TCP connection: read the framed query, then do what the step says; at most 5 s."""
+        with conn:
+            conn.settimeout(5)
+            try:
+                data = b""
+                while len(data) < 2 or len(data) < 2 + struct.unpack(">H", data[:2])[0]:
+                    more = conn.recv(65537)
+                    if not more:
+                        return
+                    data += more
+                self.tcp_queries.append(data[2:])
+                pieces = step.make(data[2:]) if step.make else None
+                for i, piece in enumerate([pieces] if isinstance(pieces, bytes) else pieces or []):
+                    time.sleep(0.05 if i else 0)
+                    conn.sendall(piece)
+                if step.hold or pieces is None:
+                    conn.recv(1)  # until zib closes, or the 5 s are over
+            except OSError:  # zib gave up first
+                pass
+
     def close(self):
         """Stops answering; queries still queued in the socket are recorded, not answered.
-        Returns each query as the server saw it, ID left out: flags and counts, name, type."""
+        Returns each query as the server saw it, ID left out: flags and counts, name, type, and
+        the OPT record of a query that has one; then those that came over TCP."""
         self.stopped = True
         self.thread.join()
         while select.select([self.sock], [], [], 0)[0]:
             self.queries.append(self.sock.recvfrom(65536)[0])
         self.sock.close()
+        if self.listener:
+            self.listener.close()
         lines = []
-        for q in self.queries:
+        for q in self.queries + self.tcp_queries:
             at, labels = 12, []
             while at < len(q) and q[at]:
                 labels.append("".join(chr(b) if 32 <= b < 127 else "\\x%02x" % b for b in q[at + 1:at + 1 + q[at]]))
                 at += q[at] + 1
             qtype, qclass = struct.unpack(">HH", q[at + 1:at + 5])
-            lines.append("asked %s %s. type %d class %d, %d bytes, id byte 1 %02x\n" % (
-                q[2:12].hex(), ".".join(labels), qtype, qclass, len(q), q[1]))
+            lines.append("asked %s %s. type %d class %d, %d bytes, id byte 1 %02x%s%s\n" % (
+                q[2:12].hex(), ".".join(labels), qtype, qclass, len(q), q[1],
+                ", " + edns_text(q) if q[10:12] != b"\0\0" else "", " over tcp" if len(lines) >= len(self.queries) else ""))
         return "".join(lines)
 
 
@@ -138,7 +212,7 @@ def peak_memory(zib, args, stdin):
 
 
 ROW_ID = re.compile(r"((?:question|answer|authority|additions) *(\W{0,3}|\t)"
-                    r"(?:success|sock err|timeout|unkresp|invalid) *\2)[0-9a-f]+(?=\2)")
+                    r"(?:success|sock err|timeout|unkresp|invalid|tcp err) *\2)[0-9a-f]+(?=\2)")
 DUMP_ID = re.compile(r"(packet that was (?:sent|recv'd)\n0000 0000:  )(..)(.{48})(.)")
 
 
