@@ -1,7 +1,5 @@
 #include "driver/bulk_run.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -18,6 +16,8 @@
 #include "net/event_loop.h"
 #include "net/interrupt.h"
 #include "net/reply_matcher.h"
+#include "net/server_address.h"
+#include "net/tcp_exchange.h"
 #include "net/udp_pool.h"
 #include "report/attempt_report.h"
 #include "report/json_writer.h"
@@ -38,9 +38,11 @@ constexpr std::size_t k_ids = 90;
 // signal's pipe, an attempt's own socket, the event loop, and some room for the C library.
 constexpr rlim_t k_spare_descriptors = 16;
 
-// Event tokens: a shared socket's number, or this bit and the slot of an attempt that has a
-// socket of its own.
+// Event tokens: a shared socket's number, or one of these bits and the slot of an attempt that
+// has a socket of its own (UDP) or a connection (TCP).
 constexpr std::uint64_t k_own_socket = std::uint64_t{1} << 63;
+constexpr std::uint64_t k_connection = std::uint64_t{1} << 62;
+constexpr std::uint64_t k_slot_bits = k_connection - 1;
 
 std::size_t pool_size(std::size_t in_flight) { return std::max<std::size_t>(2, (in_flight + k_ids - 1) / k_ids + 2); }
 
@@ -52,18 +54,6 @@ void make_room_for(std::size_t wanted) {
   if (limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur >= needed) return;
   limit.rlim_cur = limit.rlim_max == RLIM_INFINITY ? needed : std::min(needed, limit.rlim_max);
   ::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-// Only dotted IPv4 text is meant, as one at a time: the conversion is not checked, and an
-// unusable text fails or times out where it is sent.
-datagram_destination destination_of(const input_params& config) {
-  datagram_destination to;
-  auto* ipv4 = reinterpret_cast<sockaddr_in*>(&to.address);
-  ipv4->sin_family = AF_INET;
-  ipv4->sin_port = htons(config.port);
-  ipv4->sin_addr.s_addr = ::inet_addr(config.server.c_str());
-  to.length = sizeof(sockaddr_in);
-  return to;
 }
 
 // A first-in first-out list of slots that can also drop a slot from its middle. Every attempt
@@ -104,12 +94,15 @@ struct finished_attempt {
 struct flight {
   enum class state { free, queued, waiting, pausing };
   state now = state::free;
+  bool over_tcp = false;               // the attempt in flight (or next) goes over TCP
+  std::int32_t counted = 0;            // attempts that count against -retry (not a TC's follow-up)
   std::uint64_t sequence = 0;          // its place in the hold queue
   name_entry name;                     // its query is the one sent
   dns_packet_transaction transaction;  // the attempt in flight
   std::vector<finished_attempt> attempts;
   clock::time_point due{};             // end of the wait or of the pause
   qv::socket own;                      // the attempt's own socket, when it went out alone
+  tcp_exchange connection;             // the attempt's connection, over TCP
   int shared = -1;                     // the shared socket it waits on, or -1
   int last_shared = -1;                // the shared socket of its last attempt
 };
@@ -123,6 +116,7 @@ class bulk_scheduler {
         m_pausing(m_slots.size()), m_wait(wait_of(config)),
         m_pause(std::chrono::seconds(static_cast<unsigned>(config.delay))),
         m_hold(!config.unordered, static_cast<std::size_t>(config.hold_mb) << 20, lines_before),
+        m_server(server_of(config)),
         m_heading_pending(config.heading_pending != 0 && !config.xml && !config.json) {
     // Names are rendered before their turn to be written: the heading is put in front of the
     // run's first name here, never by a row writer.
@@ -130,7 +124,7 @@ class bulk_scheduler {
     for (std::size_t i = m_slots.size(); i-- > 0;) m_free.push_back(i);
     const std::size_t sockets = pool_size(m_slots.size());
     make_room_for(sockets * 2);
-    m_pool.open(destination_of(config), sockets);
+    m_pool.open(m_server, sockets);
     for (std::size_t i = 0; i < m_pool.size(); ++i) m_loop.watch(m_pool.descriptor(i), i, interest::read);
     m_matcher.set_sockets(m_pool.size());
   }
@@ -169,6 +163,8 @@ class bulk_scheduler {
       m_free.pop_back();
       f.sequence = m_hold.start();
       f.last_shared = -1;
+      f.counted = 0;
+      f.over_tcp = m_config.tcp_only != 0;
       // A name that cannot be built, and every name when a negative retry count switches the
       // queries off, is done at once: silently, or for the bad name its JSON object.
       if (!f.name.built || m_config.retry < 0) {
@@ -192,7 +188,9 @@ class bulk_scheduler {
       }
       const std::size_t index = m_queued.front();
       m_queued.remove(index);
-      if (m_waiting_count == 0 && m_batch.empty())
+      if (m_slots[index].over_tcp)
+        send_over_tcp(index, now);
+      else if (m_waiting_count == 0 && m_batch.empty())
         send_alone(index, now);
       else
         m_batch.push_back(index);
@@ -200,13 +198,30 @@ class bulk_scheduler {
     send_batch();
   }
 
+  // A connection of its own; it may be refused at once, and then the attempt is over.
+  void send_over_tcp(std::size_t index, clock::time_point now) {
+    flight& f = m_slots[index];
+    f.connection = start_tcp_query(f.transaction, f.name.query, m_server);
+    if (f.connection.want() == tcp_want::done || !watch_connection(index)) {
+      finish_attempt(index, now);
+      return;
+    }
+    start_waiting(index, now);
+  }
+
+  bool watch_connection(std::size_t index) {
+    const tcp_exchange& c = m_slots[index].connection;
+    return m_loop.watch(c.descriptor(), k_connection | index,
+                        c.want() == tcp_want::write ? interest::write : interest::read);
+  }
+
   void send_alone(std::size_t index, clock::time_point now) {
     flight& f = m_slots[index];
-    f.own = send_query(f.transaction, f.name.query, &m_config.server, m_config.port);
+    f.own = send_query(f.transaction, f.name.query, m_server);
     const int descriptor = static_cast<int>(f.own.descriptor());
     if (descriptor == -1 || !m_loop.watch(descriptor, k_own_socket | index, interest::read)) {
       f.own.close();
-      finish_attempt(index, false, now);  // "sock err"
+      finish_attempt(index, now);  // "sock err"
       return;
     }
     start_waiting(index, now);
@@ -222,7 +237,7 @@ class bulk_scheduler {
       prepare(f);
       const auto socket = shared_socket_for(f);
       if (!socket) {
-        finish_attempt(index, false, clock::now());  // no socket to be had: "sock err"
+        finish_attempt(index, clock::now());  // no socket to be had: "sock err"
         continue;
       }
       if (*socket != run_socket) send_run(run_socket);
@@ -249,7 +264,7 @@ class bulk_scheduler {
       } else {
         m_matcher.forget(socket, f.transaction.sent);
         f.shared = -1;
-        finish_attempt(m_run[i], false, now);  // "sock err"
+        finish_attempt(m_run[i], now);  // "sock err"
       }
     }
     m_run.clear();
@@ -272,7 +287,7 @@ class bulk_scheduler {
   void prepare(flight& f) {
     f.transaction.clear();
     f.name.query.timestamp = now_timestamp();
-    f.name.query.server = m_config.server;
+    f.name.query.server = m_server.text();
     f.transaction.sent = f.name.query.packet;
   }
 
@@ -285,8 +300,9 @@ class bulk_scheduler {
   }
 
   // The attempt is over, by a reply, a time-out or a failed send: it is kept for the report,
-  // and the name goes on to its next attempt or is done.
-  void finish_attempt(std::size_t index, bool answered, clock::time_point now) {
+  // and the name goes on to its next attempt or is done. `answered` is what a UDP reply said;
+  // a TCP attempt says it here, from what its connection got.
+  void finish_attempt(std::size_t index, clock::time_point now, bool answered = false) {
     flight& f = m_slots[index];
     if (f.now == flight::state::waiting) {
       m_waiting.remove(index);
@@ -296,16 +312,27 @@ class bulk_scheduler {
         f.last_shared = f.shared;
         f.shared = -1;
       } else {
-        m_loop.forget(static_cast<int>(f.own.descriptor()), true);
+        m_loop.forget(f.over_tcp ? f.connection.descriptor() : static_cast<int>(f.own.descriptor()), true);
       }
     }
+    if (f.over_tcp) {
+      answered = finish_tcp_query(f.transaction, f.name.query, m_server, f.connection);
+      f.connection.close();
+    }
     f.own.close();  // before any row is written, as one at a time
+    const bool follow_up = f.over_tcp && !m_config.tcp_only;
+    if (!follow_up) ++f.counted;
+    // With -tcp a truncated reply is followed at once by one attempt over TCP, which does not
+    // count against -retry and has no pause before it.
+    const bool truncated = !f.over_tcp && m_config.tcp && !m_config.tcp_only &&
+                           truncated_reply(f.transaction, f.name.query);
     f.attempts.push_back({f.name.query, std::move(f.transaction), answered});
     f.transaction.clear();
-    const bool more = !answered && f.attempts.size() <= static_cast<std::size_t>(m_config.retry);
+    f.over_tcp = m_config.tcp_only != 0 || truncated;
+    const bool more = truncated || (!answered && f.counted <= m_config.retry);
     if (!more) {
       complete(index);
-    } else if (m_pause.count() != 0) {
+    } else if (!truncated && m_pause.count() != 0) {
       f.now = flight::state::pausing;  // -delay: before this name's next attempt only
       f.due = now + m_pause;
       m_pausing.push(index);
@@ -325,7 +352,9 @@ class bulk_scheduler {
     name.outcome = name_outcome::no_reply;
     m_render.clear();
     if (!f.name.built) {
-      if (m_config.json) write_json_bad_name(m_render.stream(), f.name.line, f.name.asked, name_fault(f.name.asked));
+      if (m_config.json)
+        write_json_bad_name(m_render.stream(), f.name.line, f.name.asked,
+                            name_fault(f.name.asked, query_settings_of(m_config)));
     } else if (!f.attempts.empty()) {
       const query_origin origin{f.name.line, f.name.asked};
       for (std::size_t i = 0; i < f.attempts.size(); ++i) {
@@ -365,16 +394,21 @@ class bulk_scheduler {
   void collect(std::span<const ready_event> ready) {
     const clock::time_point now = clock::now();
     for (const ready_event& event : ready) {
+      const std::size_t index = static_cast<std::size_t>(event.token & k_slot_bits);
       if ((event.token & k_own_socket) != 0) {
-        const std::size_t index = static_cast<std::size_t>(event.token & ~k_own_socket);
         flight& f = m_slots[index];
-        if (f.now != flight::state::waiting || f.shared >= 0) continue;
-        finish_attempt(index, take_reply(f.transaction, f.name.query, &m_config.server, f.own), now);
+        if (f.now != flight::state::waiting || f.shared >= 0 || f.over_tcp) continue;
+        finish_attempt(index, now, take_reply(f.transaction, f.name.query, &m_server.text(), f.own));
+      } else if ((event.token & k_connection) != 0) {
+        flight& f = m_slots[index];
+        if (f.now != flight::state::waiting || !f.over_tcp) continue;
+        // The connection goes as far as it can; it may want the other direction next.
+        if (f.connection.step() == tcp_want::done || !watch_connection(index)) finish_attempt(index, now);
       } else {
-        read_shared(static_cast<std::size_t>(event.token), now);
+        read_shared(index, now);
       }
     }
-    while (!m_waiting.empty() && m_slots[m_waiting.front()].due <= now) finish_attempt(m_waiting.front(), false, now);
+    while (!m_waiting.empty() && m_slots[m_waiting.front()].due <= now) finish_attempt(m_waiting.front(), now);
     while (!m_pausing.empty() && m_slots[m_pausing.front()].due <= now) {
       const std::size_t index = m_pausing.front();
       m_pausing.remove(index);
@@ -402,7 +436,7 @@ class bulk_scheduler {
           continue;
         }
         flight& f = m_slots[*found];
-        finish_attempt(*found, accept_reply(f.transaction, f.name.query, &m_config.server, datagram), now);
+        finish_attempt(*found, now, accept_reply(f.transaction, f.name.query, &m_server.text(), datagram));
       }
     }
   }
@@ -444,6 +478,7 @@ class bulk_scheduler {
   const clock::duration m_wait;
   const clock::duration m_pause;
   hold_queue m_hold;
+  const server_address m_server;
   bool m_heading_pending;
   event_loop m_loop;
   udp_pool m_pool;

@@ -44,7 +44,7 @@ udp_pool::~udp_pool() {
   for (const int descriptor : m_descriptors) ::close(descriptor);
 }
 
-bool udp_pool::open(const datagram_destination& destination, std::size_t count) {
+bool udp_pool::open(const server_address& destination, std::size_t count) {
   m_destination = destination;
   for (std::size_t i = 0; i < count; ++i)
     if (!grow()) break;
@@ -60,7 +60,7 @@ bool udp_pool::grow() {
 
 void udp_pool::send(std::size_t socket, std::span<outgoing> messages) {
   const int fd = m_descriptors[socket];
-  const auto* to = reinterpret_cast<const sockaddr*>(&m_destination.address);
+  const sockaddr* to = m_destination.data();
   std::size_t next = 0;
 #if defined(ZIB_HAVE_MMSG)
   mmsghdr headers[k_batch];
@@ -72,7 +72,7 @@ void udp_pool::send(std::size_t socket, std::span<outgoing> messages) {
       parts[i] = {const_cast<std::uint8_t*>(m.bytes.data()), m.bytes.size()};
       headers[i] = {};
       headers[i].msg_hdr.msg_name = const_cast<sockaddr*>(to);
-      headers[i].msg_hdr.msg_namelen = m_destination.length;
+      headers[i].msg_hdr.msg_namelen = m_destination.size();
       headers[i].msg_hdr.msg_iov = &parts[i];
       headers[i].msg_hdr.msg_iovlen = 1;
     }
@@ -89,7 +89,7 @@ void udp_pool::send(std::size_t socket, std::span<outgoing> messages) {
     outgoing& m = messages[next];
     ssize_t done;
     do {
-      done = ::sendto(fd, m.bytes.data(), m.bytes.size(), 0, to, m_destination.length);
+      done = ::sendto(fd, m.bytes.data(), m.bytes.size(), 0, to, m_destination.size());
     } while (done < 0 && errno == EINTR);
     m.sent = done == static_cast<ssize_t>(m.bytes.size());
   }

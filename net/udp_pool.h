@@ -13,13 +13,7 @@
 #include <span>
 #include <vector>
 
-// Where the queries go: an address of any family with its length, as connect() and sendto()
-// take it.
-struct datagram_destination {
-  sockaddr_storage address{};
-  socklen_t length = 0;
-  int family() const { return address.ss_family; }
-};
+#include "net/server_address.h"
 
 class udp_pool {
  public:
@@ -30,7 +24,7 @@ class udp_pool {
 
   // Opens `count` non-blocking sockets of the destination's family; false when not even one
   // could be opened (those that were stay open).
-  bool open(const datagram_destination& destination, std::size_t count);
+  bool open(const server_address& destination, std::size_t count);
   // One more socket; false when the system would not give one.
   bool grow();
   std::size_t size() const { return m_descriptors.size(); }
@@ -50,7 +44,7 @@ class udp_pool {
   static std::size_t batch_size();
 
  private:
-  datagram_destination m_destination;
+  server_address m_destination;
   std::vector<int> m_descriptors;
   std::unique_ptr<std::uint8_t[]> m_buffers;  // one datagram's room per batch entry, untouched until used
   std::vector<std::span<const std::uint8_t>> m_received;

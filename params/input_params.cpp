@@ -129,18 +129,6 @@ bool take_server(arg_list& args, input_params& config) {
   return true;
 }
 
-// The switches the run with many names in flight does not take yet; the first one given, or
-// empty.
-std::string_view transport_switch(const input_params& config) {
-  if (config.edns != 0) return "-edns";
-  if (config.dnssec) return "-dnssec";
-  if (config.tcp) return "-tcp";
-  if (config.tcp_only) return "-tcp_only";
-  if (config.server6) return "-server6";
-  if (config.ip6_lookup) return config.use_stdin ? "-ip6_pipe" : "-ip6";
-  return {};
-}
-
 }  // namespace
 
 input_params::input_params() {
@@ -197,10 +185,6 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
                      take_bounded(args, k_hold_mb, hold_mb) && take_bounded(args, k_skip_lines, skip_lines) &&
                      take_asked_type(args, asked_type) && take_bounded(args, k_edns, edns);
   if (!valid) return 0;
-  if (const std::string_view given = transport_switch(*this); inflight > 1 && !given.empty()) {
-    std::cerr << given << " is not yet supported with -inflight\n";
-    return 0;
-  }
   if (dnssec && edns == 0) edns = k_dnssec_edns;
   return 1;
 }

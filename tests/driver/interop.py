@@ -302,12 +302,13 @@ def main():
             for mismatch in presentation_mismatches(zib, port):
                 failed = True
                 print(mismatch)
-            for args, stdin, attempts in TRANSPORT:
+            # Each case one at a time and with names in flight: the same attempts, the same rows.
+            for (args, stdin, attempts), inflight in ((t, n) for t in TRANSPORT for n in ([], ["-inflight", "4"])):
                 if "@6" in args and not ip6:
                     print("skipped, no ::1 here: zib %s" % args)
                     continue
                 server = ["-server6", "::1"] if "@6" in args else ["-server", "127.0.0.1"]
-                argv = args.replace("@6", "").split() + server + ["-port", str(port), "-json"]
+                argv = args.replace("@6", "").split() + server + ["-port", str(port), "-json"] + inflight
                 status, out, err = run_zib(zib, argv, stdin.encode())
                 for mismatch in attempt_mismatches(port, argv, stdin, attempts, out):
                     failed = True

@@ -27,8 +27,6 @@ TC = reply(flags=0x8380)  # truncated: question only, as a server sends it when 
 WWW_TCP = framed(WWW)
 BADVERS = reply(ar=[rr(41, b"\x00\x0a\x00\x08" + bytes(range(8)) + b"\x00\x03\x00\x02ns", owner="", klass=4096,
                        ttl=1 << 24 | 0x8000)])  # extended rcode 1: BADVERS; DO; options COOKIE and NSID
-# The switches a run with names in flight does not take yet: their rows are left out with --inflight.
-TRANSPORT_SWITCHES = {"-edns", "-dnssec", "-tcp", "-tcp_only", "-server6", "-ip6", "-ip6_pipe"}
 BYTES = "".join(chr(b) for b in range(1, 256) if b not in b"\n.")  # fgets stops at NUL
 EVERY_BYTE = ".".join(BYTES[i:i + 63] for i in range(0, len(BYTES), 63))  # labels the decoder reads
 
@@ -57,7 +55,6 @@ GROUPS = {
         ("server and server6 together", "-url a.test -server 127.0.0.1 -server6 ::1", None, ""),
         ("server6 not an IPv6 address", "-url a.test -server6 127.0.0.1", None, ""),
         ("ip6 not an IPv6 address", "-ip6 192.0.2.1 @", None, ""),
-        ("tcp with names in flight: not yet", "-url a.test @ -tcp -inflight 2", None, ""),
     ],
     "lookups": [
         ("A in text", "-url www.example.test @", [WWW], ""),
@@ -306,8 +303,6 @@ def main():
     wrap = shlex.split(sys.argv[sys.argv.index("--wrap") + 1]) if "--wrap" in sys.argv else ()
     extra = ("-inflight", sys.argv[sys.argv.index("--inflight") + 1]) if "--inflight" in sys.argv else ()
     skip = set()
-    if extra:  # until names in flight take them
-        skip = {row[0] for row in GROUPS.get(group, ()) if TRANSPORT_SWITCHES & set(shlex.split(row[1]))}
     if group == "soak":
         actual = soak(zib, memory="--sanitized" not in sys.argv)
     else:
