@@ -1,9 +1,11 @@
 #include "driver/query_run.h"
 
 #include <chrono>
+#include <optional>
 
 #include "net/event_loop.h"
 #include "net/interrupt.h"
+#include "report/name_object_writer.h"
 #include "time/clock.h"
 
 namespace {
@@ -21,32 +23,53 @@ bool wait_for_turn(send_pacer& pacer) {
   }
 }
 
-// The attempts and their outcome; what was reported is in `tally`.
-name_outcome attempts(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                      input_params& config, const run_extras& extras, const query_origin& origin, name_tally& tally) {
+// The attempts and the name's outcome, or nullopt when a stop signal cut them short; what was
+// reported is in `tally`, and the last attempt in `transaction` and `query`.
+std::optional<name_outcome> attempts(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                                     input_params& config, const run_extras& extras, const query_origin& origin,
+                                     name_tally& tally, std::uint64_t& made) {
   const int wait_ms = attempt_wait_ms(config);
   for (std::int32_t attempt = 0;; ++attempt) {
-    if (extras.pacer && !wait_for_turn(*extras.pacer)) return name_outcome::no_reply;
+    if (extras.pacer && !wait_for_turn(*extras.pacer)) return std::nullopt;
     transaction.clear();
     const bool answered = exchange(transaction, query, &config.server, wait_ms, config.port);
-    if (interrupt_signal() != 0) return name_outcome::no_reply;  // the attempt was cut short: no row for it
+    if (interrupt_signal() != 0) return std::nullopt;  // the attempt was cut short: no row for it
     report_attempt(out, transaction, query, config, &tally, origin, attempt + 1);
+    ++made;
     out.flush();
     if (answered) return classify_attempt(transaction, answered);
     // The pause follows every failed attempt, the last one included.
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
-    if (attempt >= config.retry || interrupt_signal() != 0) return classify_attempt(transaction, answered);
+    if (attempt >= config.retry) return classify_attempt(transaction, answered);
+    if (interrupt_signal() != 0) return std::nullopt;
   }
 }
 
 }  // namespace
+
+std::string_view outcome_word(name_outcome outcome) {
+  switch (outcome) {
+    case name_outcome::answered: return "answered";
+    case name_outcome::empty: return "empty";
+    case name_outcome::failed: return "failed";
+    case name_outcome::no_reply: break;
+  }
+  return "no reply";
+}
 
 query_result run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                        input_params& config, const run_extras& extras, const query_origin& origin) {
   // A negative retry count switches the query off: nothing is sent, not even a row written.
   if (config.retry < 0) return {};
   name_tally tally;
-  const name_outcome outcome = attempts(out, transaction, query, config, extras, origin, tally);
+  std::uint64_t made = 0;
+  const std::optional<name_outcome> outcome = attempts(out, transaction, query, config, extras, origin, tally, made);
+  if (config.json_names) {
+    // The object needs the whole name; one cut short is asked again by a resumed run.
+    if (!outcome) return {};
+    write_json_name(out, {origin.line, origin.asked, &query, &transaction, made, outcome_word(*outcome), {}}, config);
+    out.flush();
+  }
   if (extras.summary) extras.summary->add(tally);
-  return {outcome, !tally.empty()};
+  return {outcome.value_or(name_outcome::no_reply), !tally.empty()};
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <ostream>
+#include <string_view>
 
 #include "dns/dns_record.h"
 #include "net/query_transaction.h"
@@ -24,8 +25,14 @@ struct query_result {
   bool reported = false;
 };
 
-// Writes every attempt's rows (and the verbose dump), flushed after each attempt. A stop
-// signal ends it between attempts, or during the wait, in which case that attempt writes
-// nothing and the name counts as never answered.
+// The -json_names word for how a name ended, as -strict_exit judges it.
+std::string_view outcome_word(name_outcome outcome);
+// The -json_names outcome of a piped line that cannot be built into a query.
+inline constexpr std::string_view k_outcome_bad_name = "bad name";
+
+// Writes every attempt's rows (and the verbose dump), flushed after each attempt; with
+// -json_names, the name's one object after its last attempt. A stop signal ends it between
+// attempts, or during the wait, in which case that attempt writes nothing and the name counts
+// as never answered; with -json_names a name cut short writes nothing and is not reported.
 query_result run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                        input_params& config, const run_extras& extras = {}, const query_origin& origin = {});
