@@ -21,6 +21,7 @@
 #include "net/udp_pool.h"
 #include "report/attempt_report.h"
 #include "report/json_writer.h"
+#include "report/name_object_writer.h"
 #include "report/stream_format.h"
 #include "report/table_writer.h"
 #include "time/clock.h"
@@ -117,7 +118,7 @@ class bulk_scheduler {
         m_pause(std::chrono::seconds(static_cast<unsigned>(config.delay))),
         m_hold(!config.unordered, static_cast<std::size_t>(config.hold_mb) << 20, lines_before),
         m_server(server_of(config)),
-        m_heading_pending(config.heading_pending != 0 && !config.xml && !config.json) {
+        m_heading_pending(config.heading_pending != 0 && config.table_report()) {
     // Names are rendered before their turn to be written: the heading is put in front of the
     // run's first name here, never by a row writer.
     m_config.heading_pending = 0;
@@ -352,9 +353,7 @@ class bulk_scheduler {
     name.outcome = name_outcome::no_reply;
     m_render.clear();
     if (!f.name.built) {
-      if (m_config.json)
-        write_json_bad_name(m_render.stream(), f.name.line, f.name.asked,
-                            name_fault(f.name.asked, query_settings_of(m_config)));
+      write_bad_name(m_render.stream(), m_config, f.name);
     } else if (!f.attempts.empty()) {
       const query_origin origin{f.name.line, f.name.asked};
       for (std::size_t i = 0; i < f.attempts.size(); ++i) {
@@ -364,7 +363,11 @@ class bulk_scheduler {
         if (i == 0) name.rows_first = rows > 0;
       }
       name.asked = true;
-      name.outcome = classify_attempt(f.attempts.back().transaction, f.attempts.back().answered);
+      const finished_attempt& last = f.attempts.back();
+      name.outcome = classify_attempt(last.transaction, last.answered);
+      if (m_config.json_names)
+        write_json_name(m_render.stream(), {f.name.line, f.name.asked, &last.query, &last.transaction, f.attempts.size(),
+                                            outcome_word(name.outcome), {}}, m_config);
     }
     name.bytes.assign(m_render.text());
     m_hold.finish(f.sequence, std::move(name));
@@ -495,6 +498,12 @@ class bulk_scheduler {
 };
 
 }  // namespace
+
+void write_bad_name(std::ostream& out, const input_params& config, const name_entry& name) {
+  const std::string_view fault = name_fault(name.asked, query_settings_of(config));
+  if (config.json) write_json_bad_name(out, name.line, name.asked, fault);
+  if (config.json_names) write_json_name(out, {name.line, name.asked, nullptr, nullptr, 0, k_outcome_bad_name, fault}, config);
+}
 
 bulk_result run_bulk(std::ostream& out, input_params& config, const query_source& next, const run_extras& extras,
                      run_progress& progress, name_outcome& worst, std::uint64_t lines_before) {

@@ -24,6 +24,8 @@ class output_file : public std::streambuf {
 
   // Creates or truncates `path` for writing; false when it cannot be opened.
   bool open(const std::string& path);
+  // Where the report goes: 1 for standard output, or the results file's descriptor.
+  int descriptor() const { return m_descriptor; }
 
  protected:
   int_type overflow(int_type c) override;

@@ -1,9 +1,11 @@
 #include "driver/query_run.h"
 
 #include <chrono>
+#include <optional>
 
 #include "net/event_loop.h"
 #include "net/interrupt.h"
+#include "report/name_object_writer.h"
 #include "time/clock.h"
 
 namespace {
@@ -21,12 +23,13 @@ bool wait_for_turn(send_pacer& pacer) {
   }
 }
 
-// The attempts and their outcome; what was reported is in `tally`.
-name_outcome attempts(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                      input_params& config, const run_extras& extras, const query_origin& origin, name_tally& tally) {
+// The attempts and the name's outcome, or nullopt when a stop signal cut them short; what was
+// reported is in `tally`, and the last attempt in `transaction` and `query`.
+std::optional<name_outcome> attempts(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
+                                     input_params& config, const run_extras& extras, const query_origin& origin,
+                                     name_tally& tally, std::uint64_t& made) {
   const int wait_ms = attempt_wait_ms(config);
   const server_address server = server_of(config);
-  std::int32_t number = 0;  // attempts reported, TCP ones included
   // One attempt, reported as soon as it is over. False when a stop signal cut it short: then
   // it writes nothing.
   const auto attempt_once = [&](bool over_tcp, bool& answered) {
@@ -35,21 +38,20 @@ name_outcome attempts(std::ostream& out, dns_packet_transaction& transaction, DN
     answered = over_tcp ? exchange_over_tcp(transaction, query, server, wait_ms)
                         : exchange(transaction, query, server, wait_ms);
     if (interrupt_signal() != 0) return false;
-    report_attempt(out, transaction, query, config, &tally, origin, ++number);
+    report_attempt(out, transaction, query, config, &tally, origin, static_cast<std::int32_t>(++made));
     out.flush();
     return true;
   };
   for (std::int32_t attempt = 0;; ++attempt) {
     bool answered = false;
-    if (!attempt_once(config.tcp_only != 0, answered)) return name_outcome::no_reply;
-    if (config.tcp && !config.tcp_only && truncated_reply(transaction, query) &&
-        !attempt_once(true, answered)) {
-      return name_outcome::no_reply;
-    }
+    if (!attempt_once(config.tcp_only != 0, answered)) return std::nullopt;
+    if (config.tcp && !config.tcp_only && truncated_reply(transaction, query) && !attempt_once(true, answered))
+      return std::nullopt;
     if (answered) return classify_attempt(transaction, answered);
     // The pause follows every failed attempt, the last one included.
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
-    if (attempt >= config.retry || interrupt_signal() != 0) return classify_attempt(transaction, answered);
+    if (attempt >= config.retry) return classify_attempt(transaction, answered);
+    if (interrupt_signal() != 0) return std::nullopt;
   }
 }
 
@@ -62,12 +64,29 @@ query_settings query_settings_of(const input_params& config) {
   return settings;
 }
 
+std::string_view outcome_word(name_outcome outcome) {
+  switch (outcome) {
+    case name_outcome::answered: return "answered";
+    case name_outcome::empty: return "empty";
+    case name_outcome::failed: return "failed";
+    case name_outcome::no_reply: break;
+  }
+  return "no reply";
+}
+
 query_result run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                        input_params& config, const run_extras& extras, const query_origin& origin) {
   // A negative retry count switches the query off: nothing is sent, not even a row written.
   if (config.retry < 0) return {};
   name_tally tally;
-  const name_outcome outcome = attempts(out, transaction, query, config, extras, origin, tally);
+  std::uint64_t made = 0;
+  const std::optional<name_outcome> outcome = attempts(out, transaction, query, config, extras, origin, tally, made);
+  if (config.json_names) {
+    // The object needs the whole name; one cut short is asked again by a resumed run.
+    if (!outcome) return {};
+    write_json_name(out, {origin.line, origin.asked, &query, &transaction, made, outcome_word(*outcome), {}}, config);
+    out.flush();
+  }
   if (extras.summary) extras.summary->add(tally);
-  return {outcome, !tally.empty()};
+  return {outcome.value_or(name_outcome::no_reply), !tally.empty()};
 }

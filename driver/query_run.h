@@ -3,6 +3,7 @@
 #pragma once
 
 #include <ostream>
+#include <string_view>
 
 #include "dns/dns_record.h"
 #include "dns/query_builder.h"
@@ -18,9 +19,6 @@ struct run_extras {
   run_summary* summary = nullptr;   // progress line and -stats
 };
 
-// How the run's queries are built beyond name and type: -ip6, -edns, -dnssec.
-query_settings query_settings_of(const input_params& config);
-
 // How a name asked one at a time ended: its outcome, and whether any attempt of it was reported
 // (a stop signal during its first wait leaves it unreported).
 struct query_result {
@@ -28,10 +26,18 @@ struct query_result {
   bool reported = false;
 };
 
-// Writes every attempt's rows (and the verbose dump), flushed after each attempt. A stop
-// signal ends it between attempts, or during the wait, in which case that attempt writes
-// nothing and the name counts as never answered. With -tcp, a truncated reply over UDP is
-// followed at once by one attempt over TCP, which does not count against -retry; with
-// -tcp_only every attempt goes over TCP.
+// How the run's queries are built beyond name and type: -ip6, -edns, -dnssec.
+query_settings query_settings_of(const input_params& config);
+// The -json_names word for how a name ended, as -strict_exit judges it.
+std::string_view outcome_word(name_outcome outcome);
+// The -json_names outcome of a piped line that cannot be built into a query.
+inline constexpr std::string_view k_outcome_bad_name = "bad name";
+
+// Writes every attempt's rows (and the verbose dump), flushed after each attempt; with
+// -json_names, the name's one object after its last attempt. A stop signal ends it between
+// attempts, or during the wait, in which case that attempt writes nothing and the name counts
+// as never answered; with -json_names a name cut short writes nothing and is not reported.
+// With -tcp, a truncated reply over UDP is followed at once by one attempt over TCP, which does
+// not count against -retry; with -tcp_only every attempt goes over TCP.
 query_result run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                        input_params& config, const run_extras& extras = {}, const query_origin& origin = {});

@@ -25,7 +25,6 @@
 #include "driver/query_run.h"
 #include "params/input_params.h"
 #include "params/usage.h"
-#include "report/json_writer.h"
 #include "time/clock.h"
 
 namespace {
@@ -130,6 +129,7 @@ piped_result ask_piped(std::ostream& out, input_params& config, dns_packet_trans
   const query_source next_name = [&](name_entry& next) {
     while (reader.read(line, true) && interrupt_signal() == 0) {
       ++number;
+      if (config.clean_input && !clean_input_line(line)) continue;
       if (line.empty() || !filter_accepts(filters, line)) continue;
       config.query_name = line;
       next.line = number;
@@ -152,8 +152,8 @@ piped_result ask_piped(std::ostream& out, input_params& config, dns_packet_trans
     errno = 0;
     if (!name.built) {
       note(worst, name_outcome::no_reply);
-      if (config.json) write_json_bad_name(out, name.line, name.asked, name_fault(name.asked, query_settings_of(config)));
-      if (config.json && output_failed(out)) return {false, result.resume_line};
+      write_bad_name(out, config, name);
+      if ((config.json || config.json_names) && output_failed(out)) return {false, result.resume_line};
       result.resume_line = name.line;
       continue;
     }
@@ -170,10 +170,20 @@ piped_result ask_piped(std::ostream& out, input_params& config, dns_packet_trans
   }
 }
 
-// The status line: for piped names on a terminal, or when asked; never with -quiet.
-bool show_progress(const input_params& config) {
+// True when both descriptors are the same terminal.
+bool same_terminal(int a, int b) {
+  struct stat first {}, second {};
+  return ::isatty(a) && ::isatty(b) && ::fstat(a, &first) == 0 && ::fstat(b, &second) == 0 &&
+         first.st_rdev == second.st_rdev;
+}
+
+// The status line: for piped names when standard error is a terminal that the report does not
+// go to (rows written under the line would leave it glued to their front), or when asked; never
+// with -quiet.
+bool show_progress(const input_params& config, int report) {
   if (config.quiet) return false;
-  return config.progress || (config.use_stdin && ::isatty(STDERR_FILENO));
+  if (config.progress) return true;
+  return config.use_stdin && ::isatty(STDERR_FILENO) && !same_terminal(STDERR_FILENO, report);
 }
 
 // 128 plus the signal, as a shell reports a process that the signal ended.
@@ -196,9 +206,10 @@ int zib_main(int argc, char** argv) {
     print_usage(std::cerr, program, config.tool_id);
     return k_exit_ok;
   }
-  // JSON Lines have no run header line: every line of the output is one object.
+  // JSON Lines have no run header line: every line of the output is one object; nor has RFC 4180
+  // CSV, whose first line is the heading.
   if (!parsed) {
-    if (!config.json) std::cout << header.str() << '\n' << std::flush;
+    if (config.writes_run_header()) std::cout << header.str() << '\n' << std::flush;
     return k_exit_fatal;
   }
 
@@ -210,7 +221,7 @@ int zib_main(int argc, char** argv) {
   std::ostream out(&results);
   catch_interrupts();  // after the results file, which must not lose a descriptor to the pipe
   errno = 0;
-  if (!config.json) out << header.str() << '\n';
+  if (config.writes_run_header()) out << header.str() << '\n';
   if (output_failed(out)) return k_exit_fatal;
 
   if (!lookup_requested(config)) {
@@ -222,7 +233,7 @@ int zib_main(int argc, char** argv) {
 
   DNS_RES_RECORD query;
   dns_packet_transaction transaction;
-  run_state run(config, show_progress(config));
+  run_state run(config, show_progress(config, results.descriptor()));
   name_outcome worst = name_outcome::answered;
   const bool single = !config.use_stdin && !config.use_enumdir;
   piped_result piped;

@@ -36,3 +36,11 @@ bool stdin_stream_ex::read(std::string& line, bool trim) {
 void stdin_stream_ex::clear() { source_ = source::none; }
 
 }  // namespace qvportdir
+
+bool clean_input_line(std::string& line) {
+  const auto first = line.find_first_not_of(" \t");
+  if (first == std::string::npos) return false;
+  line.erase(line.find_last_not_of(" \t") + 1);
+  line.erase(0, first);
+  return line.front() != '#' && line.front() != ';';
+}

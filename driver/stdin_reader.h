@@ -58,3 +58,7 @@ class stdin_stream_ex : public stdin_stream {
 };
 
 }  // namespace qvportdir
+
+// -clean_input: removes the blanks and tabs around `line`; false for a line that is then empty
+// or a comment (starting with "#" or ";"), which is skipped.
+bool clean_input_line(std::string& line);

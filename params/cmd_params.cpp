@@ -53,6 +53,12 @@ void cmd_params::set_separator(std::string text) {
   separator = std::move(text);
   query_char_from = 0;
   query_char_to = 0;
+  const bool tab = to_lower_ascii(separator) == "tab" || to_lower_ascii(separator) == "\\t";
+  // RFC 4180 quotes a field that holds the separator, so no query needs a character replaced.
+  if (rfc4180) {
+    if (tab) separator.assign(1, '\t');
+    return;
+  }
   if (quoted_csv) return;
   if (separator.find('|') != std::string::npos) {
     query_char_from = '|';
@@ -60,8 +66,7 @@ void cmd_params::set_separator(std::string text) {
   } else if (separator.find(',') != std::string::npos) {
     query_char_from = ',';
     query_char_to = ' ';
-  } else if (const std::string lowered = to_lower_ascii(separator);
-             lowered == "tab" || lowered == "\\t") {
+  } else if (tab) {
     separator.assign(1, '\t');  // a real tab is awkward to type on a command line
   }
 }
@@ -81,9 +86,18 @@ parse_result cmd_params::parse_generic(arg_list& args, std::ostream& header) {
     xml = 0;
     set_separator(",");
   }
+  // CSV that readers split right: no run header line, every field that needs it quoted, and no
+  // blank in front of the time, which would make it a text rather than a time.
+  if (take_switch(args, "-rfc4180")) {
+    rfc4180 = 1;
+    csv = 1;
+    keep_space = 0;
+    set_separator(",");
+  }
   if (take_switch(args, "-xml")) {  // after -csv: given both, XML wins
     xml = 1;
     csv = 0;
+    rfc4180 = 0;
     heading_pending = 0;
     set_separator("");
   }
@@ -98,10 +112,19 @@ parse_result cmd_params::parse_generic(arg_list& args, std::ostream& header) {
   }
   // Last of the format switches: JSON Lines win over XML and CSV, whose frame and heading would
   // break the one-object-per-line form.
-  if (take_switch(args, "-json")) {
-    json = 1;
+  const bool json_rows = take_switch(args, "-json");
+  const bool json_per_name = take_switch(args, "-json_names");
+  if (json_rows || json_per_name) {
+    json = json_rows ? 1 : 0;
+    json_names = json_per_name ? 1 : 0;
     xml = 0;
+    rfc4180 = 0;
     heading_pending = 0;
+  }
+  // An object per row or an object per name: one output cannot be both.
+  if (json_rows && json_per_name) {
+    std::cerr << "invalid combination of commands: -json and -json_names\n";
+    return parse_result::failed;
   }
   if (take_switch(args, "-presentation")) presentation = 1;
   take_pattern(args, "-dateformat", valid_date_pattern, date_format);

@@ -30,10 +30,18 @@ class cmd_params {
   // Sets the column separator and derives the query character substitution from it.
   void set_separator(std::string text);
 
+  // The run header line comes first in the text, CSV and XML reports; JSON Lines and RFC 4180
+  // CSV start with their first object and their heading.
+  bool writes_run_header() const { return !json && !json_names && !rfc4180; }
+  // Rows with a heading: the text and CSV reports.
+  bool table_report() const { return !xml && !json && !json_names; }
+
   std::string results_file;        // empty: standard output
   std::uint8_t xml = 0;
   std::uint8_t csv = 0;
   std::uint8_t json = 0;           // -json: JSON Lines, no run header line, no heading
+  std::uint8_t json_names = 0;     // -json_names: one JSON object per name, nothing else
+  std::uint8_t rfc4180 = 0;        // -rfc4180: CSV as RFC 4180 and spreadsheets read it
   std::uint8_t presentation = 0;   // -presentation: record data in its standard text form
   std::string separator = " | ";
   std::uint8_t csv_layout = 0;     // set by -no_whitespace

@@ -42,24 +42,24 @@ void take_number(arg_list& args, std::string_view name, std::int32_t& field) {
   if (const auto value = take_value(args, name)) read_number(*value, field);
 }
 
-// Unlike the older numbers, these stop the run when they cannot be read or lie outside their
-// range: quietly asking port 53, or waiting a default time, would not be what the user meant.
+// Unlike the older numbers, these stop the run when they are not one number in range: quietly
+// asking port 53 for "-port 5354abc", or waiting 1 ms for "-timeout_ms 1.5", would not be what
+// the user meant.
 struct bounded_option {
   std::string_view name;
   std::string_view word;  // in the message "invalid WORD: VALUE"
   std::int64_t low;
   std::int64_t high;
-  bool strict = false;    // the whole text one number (read_strict_number), not its head
 };
 
 constexpr bounded_option k_port{"-port", "port", 1, 65535};
 constexpr bounded_option k_timeout_ms{"-timeout_ms", "timeout_ms", 0, 86400000};  // a day
 constexpr bounded_option k_qps{"-qps", "qps", 1, 10000000};
 constexpr bounded_option k_inflight{"-inflight", "inflight", 1, 1000000};
-constexpr bounded_option k_hold_mb{"-hold_mb", "hold_mb", 1, 65536, true};
-constexpr bounded_option k_skip_lines{"-skip_lines", "skip_lines", 0, INT64_MAX, true};
+constexpr bounded_option k_hold_mb{"-hold_mb", "hold_mb", 1, 65536};
+constexpr bounded_option k_skip_lines{"-skip_lines", "skip_lines", 0, INT64_MAX};
 // RFC 6891 section 6.2.3: a size below 512 is read as 512, so it is no use asking for one.
-constexpr bounded_option k_edns{"-edns", "edns", 512, 65535, true};
+constexpr bounded_option k_edns{"-edns", "edns", 512, 65535};
 constexpr std::int32_t k_dnssec_edns = 1232;  // what -dnssec offers alone: fits one unfragmented datagram
 
 template <typename Number>
@@ -67,15 +67,7 @@ bool take_bounded(arg_list& args, const bounded_option& option, Number& field) {
   const auto value = take_value(args, option.name);
   if (!value) return true;
   std::int64_t number = 0;
-  bool read = false;
-  if (option.strict) {
-    read = read_strict_number(*value, number);
-  } else {
-    std::int32_t loose = 0;
-    read = read_number(*value, loose);
-    number = loose;
-  }
-  if (!read || number < option.low || number > option.high) {
+  if (!read_strict_number(*value, number) || number < option.low || number > option.high) {
     std::cerr << "invalid " << option.word << ": " << *value << '\n';
     return false;
   }
@@ -83,9 +75,9 @@ bool take_bounded(arg_list& args, const bounded_option& option, Number& field) {
   return true;
 }
 
-// A mnemonic first, since some read as numbers ("MX" holds the hexadecimal marker "x"); then a
-// number. Anything else stops the run, like a bad port: asking another type than the user
-// meant would give answers to the wrong question.
+// A mnemonic first, since some read as numbers ("X25" is hexadecimal 25 to the number reader);
+// then the whole text as one number. Anything else stops the run, like a bad port: asking
+// another type than the user meant would give answers to the wrong question.
 bool take_asked_type(arg_list& args, std::optional<std::uint16_t>& type) {
   const auto value = take_value(args, "-qtype");
   if (!value) return true;
@@ -93,8 +85,8 @@ bool take_asked_type(arg_list& args, std::optional<std::uint16_t>& type) {
     type = code;
     return true;
   }
-  std::int32_t number = -1;
-  if (read_number(*value, number) && number >= 0 && number <= 65535) {
+  std::int64_t number = -1;
+  if (read_strict_number(*value, number) && number >= 0 && number <= 65535) {
     type = static_cast<std::uint16_t>(number);
     return true;
   }
@@ -180,6 +172,7 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
   if (take_switch(args, "-tcp")) tcp = 1;
   if (take_switch(args, "-tcp_only")) tcp_only = 1;
   if (take_switch(args, "-dnssec")) dnssec = 1;
+  if (take_switch(args, "-clean_input")) clean_input = 1;
   const bool valid = take_bounded(args, k_port, port) && take_bounded(args, k_timeout_ms, timeout_ms) &&
                      take_bounded(args, k_qps, qps) && take_bounded(args, k_inflight, inflight) &&
                      take_bounded(args, k_hold_mb, hold_mb) && take_bounded(args, k_skip_lines, skip_lines) &&

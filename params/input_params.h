@@ -41,6 +41,7 @@ class input_params : public cmd_params {
   std::uint8_t unordered = 0;    // -unordered: a name's rows as soon as it is done, not in input order
   std::int32_t hold_mb = 64;     // -hold_mb: MiB of finished names' reports held for input order
   std::uint64_t skip_lines = 0;  // -skip_lines: input lines passed over unread before the first name
+  std::uint8_t clean_input = 0;  // -clean_input: piped lines trimmed; blank and comment lines skipped
   std::uint8_t ipv6 = 0;    // accepted and stored; the query path never consults it
   std::uint8_t ip6_lookup = 0;  // -ip6, -ip6_pipe: the name is an IPv6 address, asked under ip6.arpa
   std::uint8_t server6 = 0;     // -server6: `server` holds an IPv6 literal

@@ -18,8 +18,13 @@ struct query_origin {
   std::string_view asked;  // the name as asked
 };
 
+// The status word of an attempt: that of the first row report_outcome writes for it, or
+// "success" for a reply whose rows are all left out (a CNAME lookup's question alone).
+const char* attempt_status(const dns_packet_transaction& transaction, const DNS_RES_RECORD& query);
+
 // The rows of one attempt; `context` is read only by the JSON writer. Returns the number of
-// rows written.
+// rows written. With -json_names no row is written, only counted: the name's one object comes
+// after its last attempt.
 int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                    input_params& config, name_tally* tally = nullptr, const json_row_context& context = {});
 

@@ -20,34 +20,34 @@ constexpr std::uint64_t k_ticks_per_millisecond = k_ticks_per_second / 1000;
 
 const field_format k_two_digits{2, field_align::right, '0', false};
 
-// Every object is made in a row of its own that starts with its "{", so a member follows
-// another exactly when the row holds more than that brace.
-void key(std::string& out, std::string_view name) {
-  if (out.size() > 1) out += ',';
+}  // namespace
+
+// A member follows another unless it is the first of its object, right after the "{".
+void json_key(std::string& out, std::string_view name) {
+  if (!out.empty() && out.back() != '{') out += ',';
   out += '"';
   out += name;
   out += "\":";
 }
 
-void string_field(std::string& out, std::string_view name, std::string_view value) {
-  key(out, name);
+void json_string_member(std::string& out, std::string_view name, std::string_view value) {
+  json_key(out, name);
   append_json_string(out, value);
 }
 
-void null_field(std::string& out, std::string_view name) {
-  key(out, name);
+void json_null_member(std::string& out, std::string_view name) {
+  json_key(out, name);
   out += "null";
 }
 
-void number_field(std::string& out, std::string_view name, std::uint64_t value) {
-  key(out, name);
+void json_number_member(std::string& out, std::string_view name, std::uint64_t value) {
+  json_key(out, name);
   append_field(out, value);
 }
 
-// RFC 3339 in UTC with milliseconds, e.g. 2026-11-23T04:55:53.536Z.
-void time_field(std::string& out, std::uint64_t timestamp) {
+void json_time_member(std::string& out, std::uint64_t timestamp) {
   const calendar_fields at = to_calendar(timestamp);
-  key(out, "time");
+  json_key(out, "time");
   out += '"';
   append_field(out, static_cast<std::uint64_t>(at.year), {4, field_align::right, '0', false});
   for (const auto& [mark, value] : {std::pair{'-', at.month}, {'-', at.day}, {'T', at.hour},
@@ -60,32 +60,18 @@ void time_field(std::string& out, std::uint64_t timestamp) {
   out += "Z\"";
 }
 
-// Hex bytes as the XML report writes them ("c0 00 02 0a"), through the scratch row.
-void hex_field(std::string& out, std::string_view name, std::span<const std::uint8_t> bytes,
-               report_row& scratch) {
-  scratch.clear();
-  append_hex_bytes(scratch.text(), bytes);
-  string_field(out, name, scratch.text());
-}
-
-void data_field(std::string& out, const DNS_RES_RECORD& record, report_row& scratch) {
-  scratch.clear();
-  append_record_data(scratch.text(), record, "; ");  // the text report's data column
-  string_field(out, "data", scratch.text());
-}
-
-// The standard text form, and for TXT and SPF the strings one by one; null where there is no
-// record data to tell (question rows) or no strings.
-void presentation_fields(std::string& out, const DNS_RES_RECORD& record, std::string_view section) {
-  const bool question = section == k_section_question;
+void json_rdata_member(std::string& out, const DNS_RES_RECORD& record, bool question) {
   const auto text = question ? std::nullopt : record_presentation(record);
-  key(out, "rdata");
+  json_key(out, "rdata");
   if (text)
     append_json_text(out, *text);
   else
     out += "null";
+}
+
+void json_txt_member(std::string& out, const DNS_RES_RECORD& record, bool question) {
   const auto strings = question ? std::nullopt : record_character_strings(record);
-  key(out, "txt");
+  json_key(out, "txt");
   if (!strings) {
     out += "null";
     return;
@@ -98,15 +84,14 @@ void presentation_fields(std::string& out, const DNS_RES_RECORD& record, std::st
   out += ']';
 }
 
-void bool_field(std::string& out, std::string_view name, bool value) {
-  key(out, name);
-  out += value ? "true" : "false";
-}
-
 // With the OPT record's upper bits, so BADVERS (16) reads as such.
-void rcode_field(std::string& out, const message_header& header, const std::optional<opt_record>& opt) {
-  key(out, "rcode");
-  const std::uint16_t rcode = full_rcode(header.rcode, opt);
+void json_rcode_member(std::string& out, const message_header* header, const std::optional<opt_record>& opt) {
+  json_key(out, "rcode");
+  if (header == nullptr) {
+    out += "null";
+    return;
+  }
+  const std::uint16_t rcode = full_rcode(header->rcode, opt);
   const std::string_view name = rcode_name(rcode);
   if (name.empty())
     append_field(out, rcode);
@@ -114,30 +99,71 @@ void rcode_field(std::string& out, const message_header& header, const std::opti
     append_json_string(out, name);
 }
 
+void json_transport_member(std::string& out, const dns_packet_transaction* transaction) {
+  const bool tcp = transaction != nullptr && transaction->transport == exchange_transport::tcp;
+  json_string_member(out, "transport", tcp ? "tcp" : "udp");
+}
+
+// Milliseconds with the clock's microseconds. gettimeofday may step back between send and
+// receipt; such a round trip shows as 0 rather than as a huge unsigned number.
+void json_rtt_member(std::string& out, std::uint64_t sent_at, const dns_packet_transaction* transaction) {
+  json_key(out, "rtt_ms");
+  if (transaction == nullptr || transaction->received_length == 0) {
+    out += "null";
+    return;
+  }
+  const std::uint64_t received_at = transaction->received_at;
+  const std::uint64_t ticks = received_at > sent_at ? received_at - sent_at : 0;
+  append_field(out, ticks / k_ticks_per_millisecond);
+  out += '.';
+  append_field(out, ticks % k_ticks_per_millisecond / 10, {3, field_align::right, '0', false});
+}
+
+namespace {
+
+// Hex bytes as the XML report writes them ("c0 00 02 0a"), through the scratch row.
+void hex_field(std::string& out, std::string_view name, std::span<const std::uint8_t> bytes,
+               report_row& scratch) {
+  scratch.clear();
+  append_hex_bytes(scratch.text(), bytes);
+  json_string_member(out, name, scratch.text());
+}
+
+void data_field(std::string& out, const DNS_RES_RECORD& record, report_row& scratch) {
+  scratch.clear();
+  append_record_data(scratch.text(), record, "; ");  // the text report's data column
+  json_string_member(out, "data", scratch.text());
+}
+
+void bool_field(std::string& out, std::string_view name, bool value) {
+  json_key(out, name);
+  out += value ? "true" : "false";
+}
+
 // {"version":0,"udp_size":1232,"do":false,"options":[{"code":10,"hex":"01 02"}]}. Each object
 // is made on its own, so that its first member, too, follows a lone "{".
 void edns_field(std::string& out, const opt_record& opt, report_row& scratch) {
   std::string edns = "{";
-  number_field(edns, "version", opt.version);
-  number_field(edns, "udp_size", opt.udp_size);
+  json_number_member(edns, "version", opt.version);
+  json_number_member(edns, "udp_size", opt.udp_size);
   bool_field(edns, "do", opt.dnssec_ok);
-  key(edns, "options");
+  json_key(edns, "options");
   edns += '[';
   for (const edns_option& option : opt.options) {
     if (edns.back() != '[') edns += ',';
     std::string item = "{";
-    number_field(item, "code", option.code);
+    json_number_member(item, "code", option.code);
     hex_field(item, "hex", option.data, scratch);
     edns += item;
     edns += '}';
   }
   edns += "]}";
-  key(out, "edns");
+  json_key(out, "edns");
   out += edns;
 }
 
 void flags_field(std::string& out, const message_header* header) {
-  key(out, "flags");
+  json_key(out, "flags");
   out += '[';
   if (header != nullptr) {
     bool first = true;
@@ -154,42 +180,25 @@ void flags_field(std::string& out, const message_header* header) {
   out += ']';
 }
 
-// Milliseconds with the clock's microseconds. gettimeofday may step back between send and
-// receipt; such a round trip shows as 0 rather than as a huge unsigned number.
-void rtt_field(std::string& out, std::uint64_t sent_at, std::uint64_t received_at) {
-  key(out, "rtt_ms");
-  const std::uint64_t ticks = received_at > sent_at ? received_at - sent_at : 0;
-  append_field(out, ticks / k_ticks_per_millisecond);
-  out += '.';
-  append_field(out, ticks % k_ticks_per_millisecond / 10, {3, field_align::right, '0', false});
-}
-
 // A whole message of the attempt in hex, or null when there was none.
 void message_field(std::string& out, std::string_view name, std::uint32_t length,
                    std::span<const std::uint8_t> bytes, report_row& scratch) {
   if (length != 0)
     hex_field(out, name, bytes, scratch);
   else
-    null_field(out, name);
+    json_null_member(out, name);
 }
 
 void attempt_fields(std::string& out, const json_row_context& context, const input_params& config,
                     report_row& scratch) {
   const dns_packet_transaction* t = context.transaction;
-  const bool received = t != nullptr && t->received_length != 0;
-  const auto header = received ? read_message_header(t->received) : std::nullopt;
+  const auto header = t != nullptr && t->received_length != 0 ? read_message_header(t->received) : std::nullopt;
   const auto opt = header ? find_opt_record(t->additional) : std::nullopt;
-  number_field(out, "attempt", static_cast<std::uint64_t>(context.attempt));
-  if (header)
-    rcode_field(out, *header, opt);
-  else
-    null_field(out, "rcode");  // no reply, or one too short to hold a header
+  json_number_member(out, "attempt", static_cast<std::uint64_t>(context.attempt));
+  json_rcode_member(out, header ? &*header : nullptr, opt);  // null: no reply, or one too short to hold a header
   flags_field(out, header ? &*header : nullptr);
   if (opt) edns_field(out, *opt, scratch);
-  if (received)
-    rtt_field(out, context.sent_at, t->received_at);
-  else
-    null_field(out, "rtt_ms");
+  json_rtt_member(out, context.sent_at, t);
   if (!config.verbose) return;
   static const dns_packet_transaction nothing;
   const dns_packet_transaction& attempt = t != nullptr ? *t : nothing;
@@ -247,25 +256,26 @@ void write_json_row(const DNS_RES_RECORD& record, std::ostream& out, std::string
   row.clear();
   std::string& line = row.text();
   line += '{';
-  number_field(line, "line", context.line);
-  string_field(line, "asked", context.asked);
-  string_field(line, "query", record.name);
-  string_field(line, "section", section);
-  string_field(line, "status", status);
-  number_field(line, "id", record.id);
-  string_field(line, "server", record.server);
-  number_field(line, "port", config.port);
-  const bool tcp = context.transaction != nullptr && context.transaction->transport == exchange_transport::tcp;
-  string_field(line, "transport", tcp ? "tcp" : "udp");
-  time_field(line, record.timestamp);
-  number_field(line, "type", record.type);
-  string_field(line, "type_name", usual_type_name(record.type));
-  number_field(line, "class", record.class_);
-  number_field(line, "ttl", record.ttl);
-  number_field(line, "size", record.rdlength);
+  json_number_member(line, "line", context.line);
+  json_string_member(line, "asked", context.asked);
+  json_string_member(line, "query", record.name);
+  json_string_member(line, "section", section);
+  json_string_member(line, "status", status);
+  json_number_member(line, "id", record.id);
+  json_string_member(line, "server", record.server);
+  json_number_member(line, "port", config.port);
+  json_transport_member(line, context.transaction);
+  json_time_member(line, record.timestamp);
+  json_number_member(line, "type", record.type);
+  json_string_member(line, "type_name", usual_type_name(record.type));
+  json_number_member(line, "class", record.class_);
+  json_number_member(line, "ttl", record.ttl);
+  json_number_member(line, "size", record.rdlength);
   data_field(line, record, scratch);
   hex_field(line, "rdata_hex", record.rdata, scratch);
-  presentation_fields(line, record, section);
+  const bool question = section == k_section_question;
+  json_rdata_member(line, record, question);
+  json_txt_member(line, record, question);
   attempt_fields(line, context, config, scratch);
   line += "}\n";
   row.write_to(out);
@@ -277,10 +287,10 @@ void write_json_bad_name(std::ostream& out, std::uint64_t line, std::string_view
   row.clear();
   std::string& text = row.text();
   text += '{';
-  number_field(text, "line", line);
-  string_field(text, "asked", asked);
-  string_field(text, "status", "bad name");
-  string_field(text, "reason", reason);
+  json_number_member(text, "line", line);
+  json_string_member(text, "asked", asked);
+  json_string_member(text, "status", "bad name");
+  json_string_member(text, "reason", reason);
   text += "}\n";
   row.write_to(out);
 }

@@ -3,11 +3,14 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
 
 #include "dns/dns_record.h"
+#include "dns/edns.h"
+#include "dns/message_header.h"
 #include "params/input_params.h"
 
 // What a JSON row says beyond the record: where the name came from and which attempt this is.
@@ -21,8 +24,7 @@ struct json_row_context {
 };
 
 // One row: the record's fields, the section and status words, the attempt's transport, then
-// its number, rcode, flags, the reply's OPT record (when it has one) and round trip, and with
-// -verbose the sent and received messages in hex.
+// its rcode, flags, EDNS and round trip, and with -verbose the sent and received messages in hex.
 void write_json_row(const DNS_RES_RECORD& record, std::ostream& out, std::string_view section,
                     std::string_view status, const json_row_context& context, const input_params& config);
 
@@ -41,3 +43,26 @@ void append_json_string(std::string& out, std::string_view bytes);
 // value reads back as that very text. A byte outside printable ASCII, which such text never
 // holds, is written \u00XX to keep the line valid.
 void append_json_text(std::string& out, std::string_view text);
+
+// Members of an object being made in `out`, which holds the object from its "{" on (and may hold
+// more before it): each appends "name":value, after a comma unless it is the object's first.
+// Every JSON writer makes its members through these, so each kind of value is written one way.
+void json_key(std::string& out, std::string_view name);
+void json_string_member(std::string& out, std::string_view name, std::string_view value);
+void json_null_member(std::string& out, std::string_view name);
+void json_number_member(std::string& out, std::string_view name, std::uint64_t value);
+// "time": RFC 3339 in UTC with milliseconds, e.g. "2026-11-23T04:55:53.536Z".
+void json_time_member(std::string& out, std::uint64_t timestamp);
+// "rdata": the standard text form; null for a question, which has no data.
+void json_rdata_member(std::string& out, const DNS_RES_RECORD& record, bool question);
+// "txt": the strings of a TXT or SPF record; null for a question, any other type, and data that
+// is not a sequence of strings.
+void json_txt_member(std::string& out, const DNS_RES_RECORD& record, bool question);
+// "rcode": the response code's name, a number for a code without one; null without a header.
+// With the reply's OPT record the code has its upper bits (BADVERS).
+void json_rcode_member(std::string& out, const message_header* header,
+                       const std::optional<opt_record>& opt = std::nullopt);
+// "transport": "tcp" or "udp" (also when there was no attempt).
+void json_transport_member(std::string& out, const dns_packet_transaction* transaction);
+// "rtt_ms": from `sent_at` to the receipt of the transaction's reply; null without a reply.
+void json_rtt_member(std::string& out, std::uint64_t sent_at, const dns_packet_transaction* transaction);

@@ -609,11 +609,13 @@ std::optional<std::string> record_presentation(const DNS_RES_RECORD& record) {
   return generic_form(record);
 }
 
+bool holds_character_strings(std::uint16_t type) {
+  const record_type_info* row = find_record_type(type);
+  return row != nullptr && row->layout.count == 1 && row->layout.fields[0] == rdata_field::texts;
+}
+
 std::optional<std::vector<std::string>> record_character_strings(const DNS_RES_RECORD& record) {
-  const record_type_info* row = find_record_type(record.type);
-  if (is_question(record) || row == nullptr || row->layout.count != 1 || row->layout.fields[0] != rdata_field::texts ||
-      record.rdata.empty())
-    return std::nullopt;
+  if (is_question(record) || !holds_character_strings(record.type) || record.rdata.empty()) return std::nullopt;
   std::vector<std::string> strings;
   byte_reader in(record.rdata);
   while (in.remaining() != 0) {

@@ -4,6 +4,7 @@
 // the generic form of RFC 3597.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,6 +15,9 @@
 // question, which has no data (its data offset is 0). Times of RRSIG data are read near the
 // record's own time of receipt, as a 32-bit time is only defined within 68 years of now.
 std::optional<std::string> record_presentation(const DNS_RES_RECORD& record);
+
+// True for the types whose data is a sequence of character-strings: TXT and SPF.
+bool holds_character_strings(std::uint16_t type);
 
 // The character-strings of a TXT or SPF record, as their bytes; nullopt for a question, for
 // any other type, and for data that is not a sequence of character-strings.

@@ -115,9 +115,13 @@ void run_summary::write(std::ostream& out, double elapsed_seconds) const {
   for (std::size_t i = 0; i < words; ++i) out << (i ? ", " : " ") << k_status_words[i] << ' ' << m_rows[i];
   out << "\nrcodes:";
   for (std::size_t i = 0; i < std::size(k_named_rcodes); ++i) out << (i ? ", " : " ") << rcode_name(k_named_rcodes[i]) << ' ' << m_rcodes[i];
-  out << ", other " << m_rcodes.back() << "\nrtt ms: p50 " << milliseconds(percentile(0.50)) << ", p95 "
-      << milliseconds(percentile(0.95)) << ", p99 " << milliseconds(percentile(0.99)) << ", max "
-      << milliseconds(m_rtt_max) << '\n';
+  out << ", other " << m_rcodes.back() << "\nrtt ms: ";
+  // Without a reply there is no round trip to tell: "-", not a time of 0.
+  if (m_replies == 0)
+    out << "p50 -, p95 -, p99 -, max -\n";
+  else
+    out << "p50 " << milliseconds(percentile(0.50)) << ", p95 " << milliseconds(percentile(0.95)) << ", p99 "
+        << milliseconds(percentile(0.99)) << ", max " << milliseconds(m_rtt_max) << '\n';
   if (m_truncated != 0 || m_tcp_attempts != 0)
     out << "truncated replies " << m_truncated << ", tcp attempts " << m_tcp_attempts << '\n';
   if (m_strays != 0) out << "strays: " << m_strays << " (replies to no query in flight: late, repeated or foreign)\n";

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "dns/record_types.h"
+#include "report/csv_field.h"
 #include "report/record_data.h"
 #include "report/record_text.h"
 #include "report/stream_format.h"
@@ -36,8 +37,35 @@ bool blank_before_time(const input_params& config) {
   return !csv_mode(config) || config.keep_space != 0;
 }
 
+// Rows end in CR LF under -rfc4180, as RFC 4180 has them.
+std::string_view line_end(const input_params& config) { return config.rfc4180 ? "\r\n" : "\n"; }
+
+// One field and the separator after it (`last`: none). Under -rfc4180 numbers go the same way
+// as text, since a separator may hold a digit.
+struct field_writer {
+  std::string& out;
+  const input_params& config;
+
+  void text(std::string_view value, const field_format& format, bool last = false) const {
+    if (config.rfc4180)
+      append_csv_field(out, value, config.separator);
+    else
+      append_field(out, value, format);
+    if (!last) append_field(out, config.separator);
+  }
+  void number(std::uint64_t value, const field_format& format) const {
+    if (!config.rfc4180) {
+      append_field(out, value, format);
+      append_field(out, config.separator);
+      return;
+    }
+    std::string digits;
+    append_field(digits, value, format);
+    text(digits, format);
+  }
+};
+
 void write_heading(std::ostream& out, const input_params& config, const column_widths& w) {
-  const std::string_view sep = config.separator;
   const struct {
     std::string_view text;
     std::streamsize width;
@@ -45,15 +73,17 @@ void write_heading(std::ostream& out, const input_params& config, const column_w
                   {"id", w.id},         {"DNSserv", w.server},  {"date", w.date},
                   {"time-UTC", w.time}, {"type", w.type},       {"tname", w.type_name},
                   {"class", w.klass},   {"ttl", w.ttl},         {"size", w.size}};
+  std::string line;
+  const field_writer field{line, config};
   for (const auto& heading : headings) {
     // The delimited heading never has the blank: it names the columns, and a reader splits it
     // like any row, so " time-UTC" would be a different column name.
-    if (heading.text == "time-UTC" && !csv_mode(config)) write_field(out, " ");
-    write_field(out, heading.text, left_in(heading.width));
-    write_field(out, sep);
+    if (heading.text == "time-UTC" && !csv_mode(config)) append_field(line, " ");
+    field.text(heading.text, left_in(heading.width));
   }
-  write_field(out, "data");
-  out << '\n';
+  field.text("data", k_plain, true);
+  line += line_end(config);
+  write_field(out, line);
 }
 
 // The columns before the data are appended straight to the row's text; the data column is
@@ -61,47 +91,40 @@ void write_heading(std::ostream& out, const input_params& config, const column_w
 void write_fields(report_row& row, const DNS_RES_RECORD& record, std::string_view comment,
                   std::string_view status, const input_params& config, const column_widths& w) {
   std::string& out = row.text();
-  const std::string_view sep = config.separator;
+  const field_writer field{out, config};
 
-  append_field(out, record.name, left_in(w.query));
-  append_field(out, sep);
-  append_field(out, comment, left_in(w.comment));
-  append_field(out, sep);
-  append_field(out, status, left_in(w.status));
-  append_field(out, sep);
-  append_field(out, record.id, {w.id, field_align::right, '0', true});
-  append_field(out, sep);
-  append_field(out, record.server, right_in(w.server));
-  append_field(out, sep);
+  field.text(record.name, left_in(w.query));
+  field.text(comment, left_in(w.comment));
+  field.text(status, left_in(w.status));
+  field.number(record.id, {w.id, field_align::right, '0', true});
+  field.text(record.server, right_in(w.server));
 
   const datetime_texts& when = timestamp_texts(record.timestamp, config.datetime_format);
-  const std::string& date = when.date;
-  const std::string& time = when.time;
-  append_field(out, date, left_in(w.date));
-  append_field(out, sep);
+  field.text(when.date, left_in(w.date));
   if (blank_before_time(config)) append_field(out, " ");
-  append_field(out, time, left_in(w.time));
-  append_field(out, sep);
+  field.text(when.time, left_in(w.time));
 
-  append_field(out, record.type, right_in(w.type));
-  append_field(out, sep);
-  append_field(out, record_type_name(record.type), right_in(w.type_name));
-  append_field(out, sep);
-  append_field(out, record.class_, right_in(w.klass));
-  append_field(out, sep);
-  append_field(out, record.ttl, right_in(w.ttl));
-  append_field(out, sep);
-  append_field(out, record.rdlength, right_in(w.size));
-  append_field(out, sep);
+  field.number(record.type, right_in(w.type));
+  field.text(record_type_name(record.type), right_in(w.type_name));
+  field.number(record.class_, right_in(w.klass));
+  field.number(record.ttl, right_in(w.ttl));
+  field.number(record.rdlength, right_in(w.size));
 
   // With -presentation the data column is the standard text form; a question has no data to
-  // tell and keeps its "<none>".
+  // tell and keeps its "<none>". Under -rfc4180 the data is made first, then escaped and quoted
+  // as one field.
+  const std::size_t data_at = out.size();
   const auto presentation = config.presentation != 0 ? record_presentation(record) : std::nullopt;
   if (presentation)
     out += *presentation;
   else
     append_record_data(out, record, csv_mode(config) ? ";" : "; ");
-  out += '\n';
+  if (config.rfc4180) {
+    const std::string data = out.substr(data_at);
+    out.resize(data_at);
+    append_csv_field(out, data, config.separator, presentation ? csv_text::presentation : csv_text::bytes);
+  }
+  out += line_end(config);
 }
 
 }  // namespace

@@ -40,6 +40,7 @@ provided() {  # Debian package name: true when what it provides is usable here (
     bind9-dnsutils) command -v dig ;;
     iproute2) command -v ip ;;
     nsd) command -v nsd || [ -x /usr/sbin/nsd ] || [ -x /usr/local/sbin/nsd ] ;;
+    libreoffice-calc-nogui) command -v soffice || command -v libreoffice ;;
     googletest | libgtest-dev) true ;;  # found (or not) by CMake, which says when the unit tests are off
     *) command -v "$1" ;;
   esac >/dev/null 2>&1
@@ -54,6 +55,7 @@ tool_name() {  # Debian package name: what it is called elsewhere
     libc++-dev | libc++abi-dev) echo "libc++" ;;
     bind9-dnsutils) echo dig ;;
     iproute2) echo "ip(iproute2)" ;;
+    libreoffice-calc-nogui) echo "LibreOffice(soffice)" ;;
     *) echo "$1" ;;
   esac
 }

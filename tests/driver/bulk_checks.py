@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """What -inflight promises beyond a table row: input order whatever the replies' order, memory
 and descriptors bounded behind a name that never answers, -qps holding its rate, a stop signal
-leaving whole rows (XML and JSON), and GNU parallel splitting a list with the rows of one run.
+leaving whole rows (XML and JSON), and GNU parallel splitting a list with the rows of one run;
+and where the status line is drawn.
 
     bulk_checks.py ZIB CHECK [--sanitized]      (exit 77: skipped)"""
-import json, os, random, re, shutil, signal, subprocess, sys, tempfile, threading, time
+import json, os, pty, random, re, shutil, signal, subprocess, sys, tempfile, threading, time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from zibtest import Responder, act, mask, reply, rr, run_zib
 
@@ -147,6 +148,35 @@ def progress(zib):
     return status == 0 and len(shares) > 2 and any(left for _, left in shares), "%d status lines" % len(shares)
 
 
+def terminal(zib):
+    """The status line on a terminal: drawn while the rows go elsewhere, never over rows on the
+    same terminal, unless -progress asks for it."""
+    results = []
+    for shared, extra, drawn in ((False, [], True), (True, [], False), (True, ["-progress"], True)):
+        try:
+            master, tty = pty.openpty()
+        except OSError as e:
+            return None, "no pseudo-terminal here (%s)" % e.strerror
+        responder = Responder(cycle=[act(A, delay=0.1)])
+        p = subprocess.Popen(["zib"] + zib_args(responder, *extra), executable=zib, stdin=subprocess.PIPE,
+                             stdout=tty if shared else subprocess.DEVNULL, stderr=tty)
+        os.close(tty)
+        p.communicate("".join(n + "\n" for n in NAMES(6)).encode(), timeout=60)
+        responder.close()
+        seen = b""
+        while True:
+            try:
+                chunk = os.read(master, 65536)  # the rows and lines are far under the terminal's buffer
+            except OSError:  # EIO: the terminal is closed on the other side and empty
+                break
+            if not chunk:
+                break
+            seen += chunk
+        os.close(master)
+        results.append(p.returncode == 0 and (b"names/s" in seen) == drawn)
+    return all(results), "rows elsewhere, rows on the terminal, and with -progress: %s" % results
+
+
 def parallel(zib):
     """Four jobs of GNU parallel give the rows of one run, in order, apart from their headers."""
     if not shutil.which("parallel"):
@@ -164,7 +194,7 @@ def parallel(zib):
 
 def main():
     zib, check = sys.argv[1], sys.argv[2]
-    run = {"order": order, "qps": qps, "interrupt": interrupt, "parallel": parallel, "progress": progress,
+    run = {"order": order, "qps": qps, "terminal": terminal, "interrupt": interrupt, "parallel": parallel, "progress": progress,
            "head_of_line": lambda z: head_of_line(z, memory="--sanitized" not in sys.argv)}[check]
     ok, detail = run(zib)
     print("%s: %s (%s)" % (check, {True: "ok", False: "FAILED", None: "skipped"}[ok], detail))

@@ -6,8 +6,11 @@ and inputs; outputs masked, compared with expected/GROUP.expected.
     scenarios.py ZIB GROUP [--update] [--wrap "valgrind ..."] [--inflight N] [--sanitized]
 
 With --inflight the rows run with "-inflight N" added and must give the same expected output:
-only the order in which the responder saw the queries may differ."""
-import json, os, re, shlex, struct, sys, time
+only the order in which the responder saw the queries may differ. The rows of the json_names
+group also show what the README's jq recipe makes of them; rows with -rfc4180 are read with
+Python's csv module, field by field against the -json rows of the same replies. The group
+"spreadsheet" reads those rows back through LibreOffice."""
+import csv, io, json, os, re, shlex, shutil, struct, subprocess, sys, tempfile, time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from zibtest import (Responder, act, capture, dnspython, foreign, framed, golden, mask, name, peak_memory, raw,
                      reply, rr, run_zib, stream)
@@ -29,6 +32,25 @@ BADVERS = reply(ar=[rr(41, b"\x00\x0a\x00\x08" + bytes(range(8)) + b"\x00\x03\x0
                        ttl=1 << 24 | 0x8000)])  # extended rcode 1: BADVERS; DO; options COOKIE and NSID
 BYTES = "".join(chr(b) for b in range(1, 256) if b not in b"\n.")  # fgets stops at NUL
 EVERY_BYTE = ".".join(BYTES[i:i + 63] for i in range(0, len(BYTES), 63))  # labels the decoder reads
+
+# TXT strings whose length byte, which leads the data column, is a tab, a line feed, a carriage
+# return, a blank, a quote, a formula mark or a separator (one ends in a blank), one string of
+# every byte, and owner names holding quotes, separators, blanks and formula marks.
+HOSTILE = reply(an=[rr(16, bytes([n]) + b"x" * (n - 1) + (b" " if n == 9 else b"x"), owner=o) for n, o in zip(
+    (9, 10, 13, 32, 34, 43, 44, 45, 59, 61, 64), ('a"b.test', "c,d.test", "e;f.test", "g\th.test", "=x.test", "+x.test",
+                                                  "-x.test", "@x.test", " x.test", "x .test", "|.test"))]
+                + [rr(16, b"\xff" + bytes(range(255))), rr(1, bytes([192, 0, 2, 1]))])
+HOSTILE_INPUT = '=1+1,"q";x\t.test\nhostile.test\n'
+# Every new switch's number: forms the reader refuses, one past its range, and the forms it
+# takes (010 is decimal). Bad names on lines 11, 16 and 54 show port, type and lines skipped
+# without a query sent.
+NUMBER_FORMS = ["5354abc", "12.7", "1.5", "", "010", "0x35", "o17"]
+PAST_RANGE = {"-port": "65536", "-timeout_ms": "86400001", "-inflight": "1000001", "-qps": "10000001",
+              "-hold_mb": "65537", "-skip_lines": "9223372036854775808", "-qtype": "65536"}
+BAD_NAMES_AT = "".join("...\n" if n in (11, 16, 54) else "\n" for n in range(1, 61))
+# The README's recipe for the names that did not resolve: its jq filter, run on the json_names rows.
+with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "README.md")) as readme:
+    JQ_RECIPE = shlex.split(re.search(r"^zib .*-json_names.*\| (jq .*)$", readme.read(), re.M)[1])
 
 # (title, arguments, responder script, standard input); every group is one ctest test.
 GROUPS = {
@@ -55,7 +77,10 @@ GROUPS = {
         ("server and server6 together", "-url a.test -server 127.0.0.1 -server6 ::1", None, ""),
         ("server6 not an IPv6 address", "-url a.test -server6 127.0.0.1", None, ""),
         ("ip6 not an IPv6 address", "-ip6 192.0.2.1 @", None, ""),
-    ],
+        ("an object per row and per name: refused", "-url_pipe @ -json -json_names", None, ""),
+        ("RFC 4180 CSV has no run header line, even on error", "-url a.test -rfc4180", None, ""),
+    ] + [("%s %s" % (switch, value or "(empty)"), "-url_pipe -server 127.0.0.1 -json_names %s %s" % (switch, shlex.quote(value)),
+          None, BAD_NAMES_AT) for switch in PAST_RANGE for value in NUMBER_FORMS + [PAST_RANGE[switch]]],
     "lookups": [
         ("A in text", "-url www.example.test @", [WWW], ""),
         ("A in XML", "-url www.example.test @ -xml", [WWW], ""),
@@ -134,6 +159,11 @@ GROUPS = {
         ("date and time patterns", "-url a.test @ -timeout 0 -dateformat mm/dd/yyyy -timeformat hh:mm:ss", [], ""),
         ("upper-case switches", "-URL a.test @ -TimeOut 0 -CSV", [], ""),
         ("first of a repeated switch wins", "-url a.test @ -timeout 0 -timeout 9 -out /dev/stdout -out x", [], ""),
+        ("RFC 4180: quotes, separators, blanks, formula marks, every byte", "-txt_pipe @ -rfc4180 -verbose",
+         [QUESTION_ONLY, HOSTILE], HOSTILE_INPUT),
+        ("RFC 4180 with ';' and the standard text form", "-txt_pipe @ -rfc4180 -csv_separator ';' -presentation",
+         [QUESTION_ONLY, HOSTILE], HOSTILE_INPUT),
+        ("RFC 4180 with tabs", "-txt_pipe @ -csv_separator tab -rfc4180", [QUESTION_ONLY, HOSTILE], HOSTILE_INPUT),
     ],
     # Reports that cannot be written stop the run (a full disk is Linux's /dev/full).
     "output_failure": [
@@ -151,6 +181,8 @@ GROUPS = {
         ("filter list and colon", "-url_pipe @ -timeout 0 -filter 'a.test,*mid*' -filter 'x*:*z*'", [], "a.test\nb.test\namidb\nxyz\nxy\ndir/a.test\n"),
         ("delay between names", "-url_pipe @ -timeout 0 -delay 1", [], "a.test\nb.test\n"),
         ("results file", "-url_pipe @ -xml -out /dev/stdout", [WWW], "www.example.test\n"),
+        ("clean input: comments, blanks and CRLF", "-url_pipe @ -timeout 0 -clean_input -json_names", [],
+         "# hosts\r\n; old\r\n  a.test \r\n\t\r\n\tb.test\t\r\n\r\n c#d.test\r\n #e.test\r\nlast.test"),
         ("heading once for a run", "-url_pipe @ -timeout 0 -retry 1", [], "a.test\nb.test\n"),
     ],
     # The switches for many names at once; like the groups above, also run with -inflight 8.
@@ -168,6 +200,7 @@ GROUPS = {
          [WWW, NX, reply(flags=0x8182), reply(flags=0x8185), reply(flags=0x8184), raw(b"")], "".join("n%d.test\n" % i for i in range(7))),
         ("status line when asked", "-url_pipe @ -timeout 0 -progress", [], "a.test\n"),
         ("quiet wins", "-url_pipe @ -timeout 0 -progress -quiet", [], "a.test\n"),
+        ("summary without a reply: no round trip", "-url_pipe @ -timeout_ms 100 -stats", [], "a.test\n"),
     ],
     # -json: each line must parse (run_row checks); -strict_exit shows in every "-- exit".
     "json": [
@@ -207,6 +240,16 @@ GROUPS = {
 }
 # Rows of other groups again in JSON: the objects say what the rows said.
 GROUPS["json_rows"] = [(r[0], r[1] + " -json") + r[2:] for r in GROUPS["lookups"] + GROUPS["transport"]]
+# One object per name: the transport rows, and how each kind of name ends.
+GROUPS["json_names"] = [(r[0], r[1] + " -json_names") + r[2:] for r in GROUPS["transport"]] + [
+    ("time-out, then the answer", "-url www.example.test @ -json_names -strict_exit -retry 1", [act(), WWW], ""),
+    ("NXDOMAIN, no data, a reverse name", "-ip_pipe @ -qtype a -json_names -strict_exit", [NX, QUESTION_ONLY],
+     "192.0.2.10\n192.0.2.11\n"),
+    ("bad names, filtered and empty lines", "-url_pipe @ -json_names -timeout 0 -filter '*.test'", [],
+     "a.test\n\nb.drop\n" + "x" * 256 + ".test\n.test\nc.test"),
+    ("every byte in a name and in TXT data", "-txt_pipe @ -json_names", [reply([rr(16, bytes(range(256)))])], EVERY_BYTE + ".test\n"),
+    ("an object per name with -json: refused", "-url a.test @ -json_names -json", None, ""),
+]
 
 
 def json_lines(out):
@@ -232,7 +275,44 @@ def json_lines(out):
             yield "NOT WHAT DNSPYTHON READS: %r\n" % told
 
 
-def run_row(zib, row, wrap, extra=()):
+def jq_recipe(out):
+    """What the README's jq recipe lists for the objects in `out`."""
+    if not out:
+        return ""
+    found = subprocess.run(JQ_RECIPE, input=out, capture_output=True, timeout=60)
+    return "-- %s\n%s%s" % (" ".join(map(shlex.quote, JQ_RECIPE)), found.stdout.decode(), found.stderr.decode())
+
+
+def csv_rows(out, argv):
+    """The records of RFC 4180 CSV as Python's csv module reads them, with the row's separator."""
+    separator = argv[argv.index("-csv_separator") + 1] if "-csv_separator" in argv else ","
+    reader = csv.reader(io.StringIO(out.decode("latin-1"), newline=""), strict=True,
+                        delimiter="\t" if separator == "tab" else separator)
+    return list(reader)
+
+
+def csv_mismatches(zib, row, argv, out, extra):
+    """Every record of 13 fields under the heading; query, section, status and data as the -json
+    rows of the same replies hold them (data: rdata with -presentation)."""
+    title, args, script, stdin = row[:4]
+    if script is None:
+        return
+    rows = csv_rows(out, argv)
+    json_argv = [a for a in shlex.split(args) + list(extra) if a != "-rfc4180"] + ["-json"]
+    responder = Responder(script)
+    json_argv[json_argv.index("@"):json_argv.index("@") + 1] = ["-server", "127.0.0.1", "-port", str(responder.port)]
+    objects = [json.loads(line) for line in run_zib(zib, json_argv, stdin.encode("latin-1"))[1].splitlines()]
+    responder.close()
+    data = lambda o: o["rdata"] if "-presentation" in argv and o["rdata"] is not None else o["data"]
+    if rows[:1] != [["query", "comment", "status", "id", "DNSserv", "date", "time-UTC", "type", "tname", "class", "ttl",
+                     "size", "data"]] or any(len(r) != 13 for r in rows) or len(rows) != len(objects) + 1:
+        yield "CSV RECORDS NOT 13 FIELDS UNDER THE HEADING: %r\n" % rows
+    for r, o in zip(rows[1:], objects):
+        if [r[0], r[1], r[2], r[12]] != [o["query"], o["section"], o["status"], data(o)]:
+            yield "CSV FIELDS %r, JSON %r\n" % ([r[0], r[1], r[2], r[12]], [o["query"], o["section"], o["status"], data(o)])
+
+
+def run_row(zib, row, wrap, extra=(), recipe=False):
     title, args, script, stdin = row[:4]
     argv = shlex.split(args) + list(extra)
     at = argv.index("@") if "@" in argv else argv.index("@53") if "@53" in argv else None
@@ -253,9 +333,13 @@ def run_row(zib, row, wrap, extra=()):
     if "stdout" in popen:
         os.close(popen["stdout"])
     asked = responder.close() if responder else ""
-    block = "== %s\n$ zib %s\n%s%s-- stderr\n%s-- exit %d\n" % (
-        title, " ".join(shlex.quote(a) for a in argv), out.decode("utf-8", "backslashreplace"),
-        "".join(json_lines(out)) if "-json" in argv else "",
+    shown = out.decode("utf-8", "backslashreplace")
+    if "-rfc4180" in argv:  # its line ends are CR LF, which the expected file shows as \r
+        shown = shown.replace("\r", "\\r")
+    block = "== %s\n$ zib %s\n%s%s%s-- stderr\n%s-- exit %d\n" % (
+        title, " ".join(shlex.quote(a) for a in argv), shown,
+        "".join(json_lines(out)) if "-json" in argv or "-json_names" in argv else "",
+        jq_recipe(out) if recipe else "".join(csv_mismatches(zib, row, argv, out, extra)) if "-rfc4180" in argv else "",
         err.decode("utf-8", "backslashreplace"), status)
     if extra:
         block = block.replace(" " + " ".join(extra), "")
@@ -291,6 +375,45 @@ def soak(zib, memory):
     return lines + "peak memory flat and under 8 MiB: %s\n" % (peaks[1] - peaks[0] < 512 and peaks[1] < 8192 or peaks)
 
 
+def spreadsheet(zib):
+    """The RFC 4180 rows of the report group through LibreOffice, headless: CSV to ODS and back
+    to CSV, quoted fields read as text; every field must come back as it went in."""
+    office = shutil.which("soffice") or shutil.which("libreoffice")
+    if not office:
+        sys.exit(print("skipped: LibreOffice (soffice) is not installed") or 77)
+    lines = ""
+    with tempfile.TemporaryDirectory(prefix="zib-calc-") as work:
+        convert = lambda options, target, source: subprocess.run(
+            [office, "-env:UserInstallation=file://%s/profile" % work, "--headless", *options, "--convert-to", target,
+             "--outdir", os.path.join(work, target.split(":")[0]), source], capture_output=True, timeout=180)
+        for row in [r for r in GROUPS["report"] if "-rfc4180" in r[1]]:
+            title, args, script, stdin = row
+            responder = Responder(script)
+            argv = [a for a in shlex.split(args) if a != "-verbose"]
+            argv[argv.index("@"):argv.index("@") + 1] = ["-server", "127.0.0.1", "-port", str(responder.port)]
+            out = run_zib(zib, argv, stdin.encode("latin-1"))[1]
+            responder.close()
+            separator = {"tab": 9, ";": 59}.get(argv[argv.index("-csv_separator") + 1] if "-csv_separator" in argv else ",", 44)
+            source = os.path.join(work, "rows.csv")
+            for stale in ("ods/rows.ods", "csv/rows.csv"):  # a failed conversion must not leave the last row's
+                if os.path.exists(os.path.join(work, stale)):
+                    os.remove(os.path.join(work, stale))
+            with open(source, "wb") as f:
+                f.write(out)
+            # Filter options: separator, quote, UTF-8, from line 1, default columns, quoted field as text, no special numbers.
+            convert(["--infilter=CSV:%d,34,76,1,,0,true,false" % separator], "ods", source)
+            convert([], "csv:Text - txt - csv (StarCalc):%d,34,76,1,,0,false,true,false,false,false" % separator,
+                    os.path.join(work, "ods", "rows.ods"))
+            with open(os.path.join(work, "csv", "rows.csv"), "rb") as f:
+                back = f.read()
+            before, after = csv_rows(out, argv), csv_rows(back, argv)
+            lines += "== %s\n" % title + ("%d records of %s fields: LibreOffice reads every one back\n" % (
+                len(before), "/".join(sorted({str(len(r)) for r in before}))) if before == after and before else
+                "".join("LIBREOFFICE %r\n      ZIB %r\n" % (a, b) for a, b in zip(after, before) if a != b) or
+                "LIBREOFFICE %d RECORDS, ZIB %d\n" % (len(after), len(before)))
+    return lines
+
+
 def main():
     zib, group = sys.argv[1], sys.argv[2]
     try:
@@ -303,10 +426,14 @@ def main():
     wrap = shlex.split(sys.argv[sys.argv.index("--wrap") + 1]) if "--wrap" in sys.argv else ()
     extra = ("-inflight", sys.argv[sys.argv.index("--inflight") + 1]) if "--inflight" in sys.argv else ()
     skip = set()
+    if group == "json_names" and not shutil.which("jq"):
+        sys.exit(print("skipped: jq is not installed") or 77)
     if group == "soak":
         actual = soak(zib, memory="--sanitized" not in sys.argv)
+    elif group == "spreadsheet":
+        actual = spreadsheet(zib)
     else:
-        actual = "".join(run_row(zib, row, wrap, extra) for row in GROUPS[group] if row[0] not in skip)
+        actual = "".join(run_row(zib, row, wrap, extra, group == "json_names") for row in GROUPS[group] if row[0] not in skip)
     expected = os.path.join(os.path.dirname(os.path.abspath(__file__)), "expected", group + ".expected")
     normalize = (lambda text: comparable(text, skip, bool(extra))) if skip or extra else None
     sys.exit(0 if golden(expected, actual, update and not normalize, normalize) else 1)

@@ -230,7 +230,7 @@ def mask(text, port=None):
         text = text.replace("-port %d" % port, "-port PORT").replace('"port":%d,' % port, '"port":PORT,')
     # The -stats summary and the status line: their counts stay, rates and times go.
     text = re.sub(r"(?m)^(names \d+, attempts \d+), .*$", r"\1, {RATE}", text)
-    text = re.sub(r"(?m)^rtt ms: .*$", "rtt ms: {RTT}", text)
+    text = re.sub(r"(?m)^rtt ms: p50 \d.*$", "rtt ms: {RTT}", text)
     text = re.sub(r"\d+ names, \d+ names/s, \d+ timeouts, [\d.]+ s", "{PROGRESS}", text)
     return text.replace("\x1b[2K\r" + " " * 27 + "\r", "{ERASE}")
 
