@@ -16,7 +16,8 @@ void hold_queue::finish(std::uint64_t sequence, rendered_name&& name) {
   e.finished = true;
   if (m_ordered) {
     e.name = std::move(name);
-    m_held += e.name.bytes.capacity();
+    e.held = e.name.bytes.capacity();
+    m_held += e.held;
     return;
   }
   // In completion order the name goes out now; its entry stays, empty, until every earlier
@@ -34,7 +35,7 @@ rendered_name* hold_queue::ready_front() {
 void hold_queue::pop_written_front() {
   while (!m_entries.empty() && m_entries.front().written) {
     m_resume_line = m_entries.front().name.line;
-    m_held -= k_entry_cost + m_entries.front().name.bytes.capacity();
+    m_held -= k_entry_cost + m_entries.front().held;
     m_entries.pop_front();
     ++m_base;
   }

@@ -52,6 +52,7 @@ class hold_queue {
   struct entry {
     bool finished = false;
     bool written = false;
+    std::size_t held = 0;  // the report's bytes counted in m_held while it waits
     rendered_name name;
   };
   // What an entry costs while it waits, beyond its report's bytes.

@@ -18,17 +18,17 @@ def zib_args(responder, *extra):
 
 
 def order(zib):
-    """Replies delayed at random by up to 0.3 s arrive shuffled; rows leave in input order, and
+    """Replies delayed at random by up to 0.1 s arrive shuffled; rows leave in input order, and
     with -unordered the same rows leave in completion order."""
     runs = {}
     for mode in ([], ["-unordered"]):
         shuffle = random.Random(13)
-        responder = Responder(cycle=[act(A, delay=shuffle.random() * 0.3) for _ in range(97)])
-        status, out, _ = run_zib(zib, zib_args(responder, "-inflight", "16", *mode), "".join(n + "\n" for n in NAMES(120)).encode())
+        responder = Responder(cycle=[act(A, delay=shuffle.random() * 0.1) for _ in range(97)])
+        status, out, _ = run_zib(zib, zib_args(responder, "-inflight", "16", *mode), "".join(n + "\n" for n in NAMES(300)).encode())
         responder.close()
         runs[" ".join(mode)] = (status, [line.split(",")[0] for line in out.decode().splitlines()[2:]])
     (status, rows), (status_u, rows_u) = runs[""], runs["-unordered"]
-    in_order = [n + "." for n in NAMES(120)]
+    in_order = [n + "." for n in NAMES(300)]
     return (status == status_u == 0 and rows == in_order and sorted(rows_u) == sorted(in_order) and rows_u != in_order,
             "%d rows in order, %d in completion order" % (len(rows), len(rows_u)))
 
