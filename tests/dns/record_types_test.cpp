@@ -9,7 +9,7 @@ TEST(record_types, usual_names_read_back_for_every_code) {
     ASSERT_EQ(type_code(usual_type_name(static_cast<std::uint16_t>(code))), code);
   for (const auto& [code, usual, report] : {std::tuple<std::uint16_t, std::string_view, std::string_view>{43, "DS", "unk"},
                                             {23, "NSAP-PTR", "NSAP_PTR"}, {65, "HTTPS", "unk"}, {1, "A", "A"},
-                                            {65280, "TYPE65280", "unk"}}) {
+                                            {39, "DNAME", "DNAME"}, {65280, "TYPE65280", "unk"}}) {
     EXPECT_EQ(usual_type_name(code), usual);
     EXPECT_EQ(record_type_name(code), report);
   }
