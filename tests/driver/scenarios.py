@@ -23,6 +23,9 @@ NOT_A_RESPONSE = raw(bytes.fromhex("2a0001000001000000000000"))
 TXT_AMP = reply(an=[rr(16, b"\x09a,b|c&<d>")])
 BYTES = "".join(chr(b) for b in range(1, 256) if b not in b"\n.")  # fgets stops at NUL
 EVERY_BYTE = ".".join(BYTES[i:i + 63] for i in range(0, len(BYTES), 63))  # labels the decoder reads
+# 14,000 bytes after the records carry the verbose dump past a results file's 64 KiB write
+# buffer; the 9-byte TXT string makes the buffer full exactly on a line end, written alone.
+PAST_BUFFER = lambda query: reply([rr(16, b"\x09" + b"x" * 9)])(query) + bytes(14000)
 
 # (title, arguments, responder script, standard input); every group is one ctest test.
 GROUPS = {
@@ -118,6 +121,7 @@ GROUPS = {
         ("filter list and colon", "-url_pipe @ -timeout 0 -filter 'a.test,*mid*' -filter 'x*:*z*'", [], "a.test\nb.test\namidb\nxyz\nxy\ndir/a.test\n"),
         ("delay between names", "-url_pipe @ -timeout 0 -delay 1", [], "a.test\nb.test\n"),
         ("results file", "-url_pipe @ -xml -out /dev/stdout", [WWW], "www.example.test\n"),
+        ("results file past the write buffer", "-txt_pipe @ -verbose -out /dev/null", [PAST_BUFFER], "a.test\n"),
         ("heading once for a run", "-url_pipe @ -timeout 0 -retry 1", [], "a.test\nb.test\n"),
     ],
     # The switches for many names at once; like the groups above, also run with -inflight 8.
