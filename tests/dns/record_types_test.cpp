@@ -15,7 +15,7 @@ TEST(record_types, names_read_back_for_every_code) {
   for (const auto& [code, usual, report] : {std::tuple<std::uint16_t, std::string_view, std::string_view>{43, "DS", "unk"},
                                             {23, "NSAP-PTR", "NSAP_PTR"}, {65, "HTTPS", "unk"}, {1, "A", "A"},
                                             {253, "MAILB", "unk"}, {30, "NXT", "unk"}, {55, "HIP", "HIP"},
-                                            {32769, "DLV", "DLV"}, {65280, "TYPE65280", "unk"}}) {
+                                            {39, "DNAME", "DNAME"}, {32769, "DLV", "DLV"}, {65280, "TYPE65280", "unk"}}) {
     EXPECT_EQ(usual_type_name(code), usual);
     EXPECT_EQ(record_type_name(code), report);
   }

@@ -32,6 +32,9 @@ BADVERS = reply(ar=[rr(41, b"\x00\x0a\x00\x08" + bytes(range(8)) + b"\x00\x03\x0
                        ttl=1 << 24 | 0x8000)])  # extended rcode 1: BADVERS; DO; options COOKIE and NSID
 BYTES = "".join(chr(b) for b in range(1, 256) if b not in b"\n.")  # fgets stops at NUL
 EVERY_BYTE = ".".join(BYTES[i:i + 63] for i in range(0, len(BYTES), 63))  # labels the decoder reads
+# 14,000 bytes after the records carry the verbose dump past a results file's 64 KiB write
+# buffer; the 9-byte TXT string makes the buffer full exactly on a line end, written alone.
+PAST_BUFFER = lambda query: reply([rr(16, b"\x09" + b"x" * 9)])(query) + bytes(14000)
 
 # TXT strings whose length byte, which leads the data column, is a tab, a line feed, a carriage
 # return, a blank, a quote, a formula mark or a separator (one ends in a blank), one string of
@@ -183,6 +186,7 @@ GROUPS = {
         ("results file", "-url_pipe @ -xml -out /dev/stdout", [WWW], "www.example.test\n"),
         ("clean input: comments, blanks and CRLF", "-url_pipe @ -timeout 0 -clean_input -json_names", [],
          "# hosts\r\n; old\r\n  a.test \r\n\t\r\n\tb.test\t\r\n\r\n c#d.test\r\n #e.test\r\nlast.test"),
+        ("results file past the write buffer", "-txt_pipe @ -verbose -out /dev/null", [PAST_BUFFER], "a.test\n"),
         ("heading once for a run", "-url_pipe @ -timeout 0 -retry 1", [], "a.test\nb.test\n"),
     ],
     # The switches for many names at once; like the groups above, also run with -inflight 8.

@@ -35,7 +35,7 @@ TEST(arg_list, read_number_vectors) {
     std::int32_t value;  // 7, the value held before, when the text is refused
   } const cases[] = {
       {"0x1e", 30}, {"0X1E", 30}, {"x10", 16},  {"o17", 15}, {" 42 ", 42}, {"\t42\r\n", 42},
-      {"-5", -5},   {"+8", 8},    {"12abc", 12}, {"0", 0},   {"0xffffffff", -1},
+      {"-5", -5},   {"+8", 8},    {"12abc", 12}, {"0", 0},   {"0xffffffff", -1}, {"010", 10},
       {"abc", 7},   {"", 7},      {"  ", 7},    {"0x", 7},   {"o9", 7},   {"#5", 7},
   };
   for (const auto& c : cases) {
