@@ -12,6 +12,10 @@ constexpr std::size_t k_counts_offset = 4;
 // Every position in the message is a 16-bit value: sums wrap at 65,536 rather than grow.
 std::uint16_t at(std::size_t position) { return static_cast<std::uint16_t>(position); }
 
+constexpr std::size_t k_last_position = 65535;
+constexpr std::size_t k_question_fields_size = 4;  // type, class
+constexpr std::size_t k_record_fields_size = 10;   // type, class, TTL, data length
+
 // One pass over one message. Holds the views only while parse_response runs.
 class message_parser {
  public:
@@ -35,12 +39,22 @@ class message_parser {
   std::uint16_t position() const { return position_; }
 
  private:
-  bool data_left() const { return position_ < message_.size(); }
+  bool data_left() const { return !past_last_position_ && position_ < message_.size(); }
+
+  // True, and the data ended, when the position after an entry's fixed fields would pass the
+  // last 16-bit position. Only a message over 65,525 bytes (over TCP, or a datagram over IPv6) gets there;
+  // reading on from the wrapped position would restart in the header and could go round the
+  // message once per count, copying its data each time.
+  bool fields_pass_last_position(std::size_t fields_at, std::size_t fields_size) {
+    past_last_position_ = fields_at + fields_size > k_last_position;
+    return past_last_position_;
+  }
 
   bool question(std::vector<DNS_RES_RECORD>& out) {
     DNS_RES_RECORD record;
     const unsigned name_size = decode_name(message_, position_, record.name);
     if (name_size == 0) return false;
+    if (fields_pass_last_position(std::size_t{position_} + name_size, k_question_fields_size)) return true;
     // Type and class are not checked against the length: the receive buffer is zero-filled,
     // so a question cut short reads zeros there, which is what the reader's zero-extension gives.
     reader_.seek(at(position_ + name_size));
@@ -57,8 +71,7 @@ class message_parser {
     DNS_RES_RECORD record;
     const unsigned name_size = decode_name(message_, position_, record.name);
     if (name_size == 0) return false;
-    // Each field sits at its own wrapped position, so a record near 64 KiB reads on from the
-    // start of the message, exactly as the 16-bit arithmetic says.
+    if (fields_pass_last_position(std::size_t{position_} + name_size, k_record_fields_size)) return true;
     const std::uint16_t p = at(position_ + name_size);
     record.type = field16(p);
     record.class_ = field16(at(p + 2));
@@ -96,6 +109,7 @@ class message_parser {
   byte_reader reader_;
   std::uint16_t id_;
   std::uint16_t position_ = k_header_size;
+  bool past_last_position_ = false;
 };
 
 }  // namespace

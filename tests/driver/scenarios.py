@@ -36,6 +36,20 @@ EVERY_BYTE = ".".join(BYTES[i:i + 63] for i in range(0, len(BYTES), 63))  # labe
 # buffer; the 9-byte TXT string makes the buffer full exactly on a line end, written alone.
 PAST_BUFFER = lambda query: reply([rr(16, b"\x09" + b"x" * 9)])(query) + bytes(14000)
 
+
+def past_last_position(query):
+    """64 KiB over TCP: the record at 12 leads to one at 256 whose data runs to 65,525, where the
+    next record's fields would pass the last 16-bit position. Read at the wrapped positions, its
+    data starts at 0 and its length (256) leads back to 256, once for every count. SOA data of
+    zeros reads as two root names and five zeros: a row each."""
+    message = bytearray(65535)
+    message[0:12] = query[:2] + struct.pack(">HHHHH", 0x8180, 0, 65535, 65535, 65535)
+    message[12:23] = b"\0" + struct.pack(">HHIH", 6, 1, 300, 256 - 23)
+    message[256:267] = b"\0" + struct.pack(">HHIH", 6, 1, 300, 65525 - 267)
+    message[65525:65535] = b"\0" + struct.pack(">HHIB", 1, 1, 300, 1)
+    return bytes(message)
+
+
 # TXT strings whose length byte, which leads the data column, is a tab, a line feed, a carriage
 # return, a blank, a quote, a formula mark or a separator (one ends in a blank), one string of
 # every byte, and owner names holding quotes, separators, blanks and formula marks.
@@ -150,6 +164,8 @@ GROUPS = {
         ("TCP never answers, verbose", "-url a.test @ -tcp_only -timeout_ms 300 -verbose", [], "", [stream()]),
         ("TCP fails, the retry truncated again, then TCP answers", "-url a.test @ -tcp -retry 1 -stats", [TC, TC], "",
          [stream(lambda q: b""), stream(WWW_TCP)]),
+        ("TCP reply of 64 KiB: fields past the last position end the records", "-url a.test @ -tcp_only",
+         [], "", [stream(framed(past_last_position))]),
     ],
     "report": [
         ("separator and substitution", "-url 'a|b.test' @ -timeout 0", [], ""),
@@ -242,10 +258,12 @@ GROUPS = {
          "2001:DB8::1\nnot-an-address\n::ffff:192.0.2.1\n"),
     ],
 }
-# Rows of other groups again in JSON: the objects say what the rows said.
-GROUPS["json_rows"] = [(r[0], r[1] + " -json") + r[2:] for r in GROUPS["lookups"] + GROUPS["transport"]]
+# Rows of other groups again in JSON: the objects say what the rows said. The 64 KiB reply's
+# data in hex would be most of the file, and its parse is the same in every format.
+IN_JSON = [r for r in GROUPS["lookups"] + GROUPS["transport"] if not r[0].startswith("TCP reply of 64 KiB")]
+GROUPS["json_rows"] = [(r[0], r[1] + " -json") + r[2:] for r in IN_JSON]
 # One object per name: the transport rows, and how each kind of name ends.
-GROUPS["json_names"] = [(r[0], r[1] + " -json_names") + r[2:] for r in GROUPS["transport"]] + [
+GROUPS["json_names"] = [(r[0], r[1] + " -json_names") + r[2:] for r in IN_JSON if r in GROUPS["transport"]] + [
     ("time-out, then the answer", "-url www.example.test @ -json_names -strict_exit -retry 1", [act(), WWW], ""),
     ("NXDOMAIN, no data, a reverse name", "-ip_pipe @ -qtype a -json_names -strict_exit", [NX, QUESTION_ONLY],
      "192.0.2.10\n192.0.2.11\n"),
