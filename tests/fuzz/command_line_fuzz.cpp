@@ -59,29 +59,45 @@ std::vector<std::string_view> split(std::string_view text, char delimiter, std::
   return parts;
 }
 
-bool accepts(const std::vector<std::string>& values, std::string_view line) {
-  return filter_accepts(build_filters(values), line);
-}
+// The filter lists the checks compare, each built once per input rather than once per line.
+struct filter_sets {
+  explicit filter_sets(const std::vector<std::string>& values)
+      : given(build_filters(values)), star(build_filters({"*"})), first(build_filters({values[0]})) {
+    if (values.size() >= 2) {
+      second = build_filters({values[1]});
+      both = build_filters({values[0], values[1]});
+      // Joined by "|", a piece holding "," is no longer split on it: only plain pieces compare.
+      joinable = values[0].find_first_of("|,") == std::string::npos &&
+                 values[1].find_first_of("|,") == std::string::npos && !values[0].empty() && !values[1].empty();
+      if (joinable) joined = build_filters({values[0] + "|" + values[1]});
+    }
+    const std::string& text = values[0];
+    plain = !text.empty() && text.find_first_of("*|,:/") == std::string::npos;
+    if (plain) {
+      holding = build_filters({"*" + text + "*"});
+      text_lower = to_lower_ascii(text);
+    }
+  }
+  std::vector<filename_filter> given, star, first, second, both, joined, holding;
+  bool joinable = false, plain = false;
+  std::string text_lower;
+};
 
-void check_filter(const std::vector<std::string>& values, std::string_view line) {
-  const bool verdict = accepts(values, line);
+void check_filter(const filter_sets& sets, bool two_values, std::string_view line) {
+  const bool verdict = filter_accepts(sets.given, line);
   if (line.empty()) check(!verdict);
-  check(accepts(values, upper(line)) == verdict);
+  check(filter_accepts(sets.given, upper(line)) == verdict);
 
   const bool has_name = !line.empty() && line.back() != '/';
-  check(accepts({"*"}, line) == has_name);
-  if (values.size() >= 2) {
-    const bool either = accepts({values[0]}, line) || accepts({values[1]}, line);
-    check(accepts({values[0], values[1]}, line) == either);
-    // Joined by "|", a piece holding "," is no longer split on it: only plain pieces compare.
-    if (values[0].find_first_of("|,") == std::string::npos && values[1].find_first_of("|,") == std::string::npos &&
-        !values[0].empty() && !values[1].empty())
-      check(accepts({values[0] + "|" + values[1]}, line) == either);
+  check(filter_accepts(sets.star, line) == has_name);
+  if (two_values) {
+    const bool either = filter_accepts(sets.first, line) || filter_accepts(sets.second, line);
+    check(filter_accepts(sets.both, line) == either);
+    if (sets.joinable) check(filter_accepts(sets.joined, line) == either);
   }
-  const std::string& text = values[0];
-  if (!text.empty() && text.find_first_of("*|,:/") == std::string::npos && line.find('/') == std::string_view::npos) {
-    const bool holds = to_lower_ascii(line).find(to_lower_ascii(text)) != std::string::npos;
-    check(accepts({"*" + text + "*"}, line) == holds);
+  if (sets.plain && line.find('/') == std::string_view::npos) {
+    const bool holds = to_lower_ascii(line).find(sets.text_lower) != std::string::npos;
+    check(filter_accepts(sets.holding, line) == holds);
   }
 }
 
@@ -93,6 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   check_number(lines[0]);
   std::vector<std::string> values;
   for (auto value : split(lines[0], '\t', 4)) values.emplace_back(value);
-  for (std::size_t i = 1; i < lines.size(); ++i) check_filter(values, lines[i]);
+  const filter_sets sets(values);
+  for (std::size_t i = 1; i < lines.size(); ++i) check_filter(sets, values.size() >= 2, lines[i]);
   return 0;
 }
