@@ -42,9 +42,9 @@ class message_parser {
   bool data_left() const { return !past_last_position_ && position_ < message_.size(); }
 
   // True, and the data ended, when the position after an entry's fixed fields would pass the
-  // last 16-bit position. Only a message over 65,525 bytes (over TCP, or a datagram over IPv6) gets there;
-  // reading on from the wrapped position would restart in the header and could go round the
-  // message once per count, copying its data each time.
+  // last 16-bit position. Only a message over 65,525 bytes (over TCP, or a datagram over IPv6)
+  // gets there; read on from the wrapped position, the parse would restart in the header and
+  // could go round the message once per count, copying its data each time.
   bool fields_pass_last_position(std::size_t fields_at, std::size_t fields_size) {
     past_last_position_ = fields_at + fields_size > k_last_position;
     return past_last_position_;

@@ -260,10 +260,10 @@ GROUPS = {
 }
 # Rows of other groups again in JSON: the objects say what the rows said. The 64 KiB reply's
 # data in hex would be most of the file, and its parse is the same in every format.
-IN_JSON = [r for r in GROUPS["lookups"] + GROUPS["transport"] if not r[0].startswith("TCP reply of 64 KiB")]
-GROUPS["json_rows"] = [(r[0], r[1] + " -json") + r[2:] for r in IN_JSON]
+in_json = lambda rows: [r for r in rows if not r[0].startswith("TCP reply of 64 KiB")]
+GROUPS["json_rows"] = [(r[0], r[1] + " -json") + r[2:] for r in in_json(GROUPS["lookups"] + GROUPS["transport"])]
 # One object per name: the transport rows, and how each kind of name ends.
-GROUPS["json_names"] = [(r[0], r[1] + " -json_names") + r[2:] for r in IN_JSON if r in GROUPS["transport"]] + [
+GROUPS["json_names"] = [(r[0], r[1] + " -json_names") + r[2:] for r in in_json(GROUPS["transport"])] + [
     ("time-out, then the answer", "-url www.example.test @ -json_names -strict_exit -retry 1", [act(), WWW], ""),
     ("NXDOMAIN, no data, a reverse name", "-ip_pipe @ -qtype a -json_names -strict_exit", [NX, QUESTION_ONLY],
      "192.0.2.10\n192.0.2.11\n"),

@@ -1,7 +1,7 @@
 // Fuzz target: a TCP stream as it arrives. Byte 0 seeds the sizes of the pieces the rest comes
-// in. Checks: a frame reader stops taking bytes once it has a message (or a length of 0), reads the same message
-// whatever the pieces, and that message is exactly the bytes the length announced; what it
-// reads frames back to the bytes it took.
+// in. Checks: a frame reader stops taking bytes once it has a message (or a length of 0), reads
+// the same message whatever the pieces, and that message is exactly the bytes the length
+// announced; what it reads frames back to the bytes it took.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
