@@ -84,13 +84,6 @@ class slot_fifo {
   std::size_t m_tail = k_none;
 };
 
-// An attempt as it will be reported: the query as sent (its time and server) and what came back.
-struct finished_attempt {
-  DNS_RES_RECORD query;
-  dns_packet_transaction transaction;
-  bool answered = false;
-};
-
 // One name on its way: queued to send, waiting for its reply, pausing before its next attempt.
 struct flight {
   enum class state { free, queued, waiting, pausing };
@@ -354,20 +347,14 @@ class bulk_scheduler {
     m_render.clear();
     if (!f.name.built) {
       write_bad_name(m_render.stream(), m_config, f.name);
+      // Its -why_columns row is the name's report: the heading goes before it, if it is first.
+      name.asked = name.rows_first = m_config.why_columns != 0;
     } else if (!f.attempts.empty()) {
-      const query_origin origin{f.name.line, f.name.asked};
-      for (std::size_t i = 0; i < f.attempts.size(); ++i) {
-        finished_attempt& a = f.attempts[i];
-        const int rows = report_attempt(m_render.stream(), a.transaction, a.query, m_config, &name.tally, origin,
-                                        static_cast<std::int32_t>(i + 1));
-        if (i == 0) name.rows_first = rows > 0;
-      }
+      const name_report report =
+          report_name(m_render.stream(), f.attempts, m_config, &name.tally, {f.name.line, f.name.asked, {}});
       name.asked = true;
-      const finished_attempt& last = f.attempts.back();
-      name.outcome = classify_attempt(last.transaction, last.answered);
-      if (m_config.json_names)
-        write_json_name(m_render.stream(), {f.name.line, f.name.asked, &last.query, &last.transaction, f.attempts.size(),
-                                            outcome_word(name.outcome), {}}, m_config);
+      name.rows_first = report.rows_first;
+      name.outcome = report.outcome;
     }
     name.bytes.assign(m_render.text());
     m_hold.finish(f.sequence, std::move(name));
@@ -499,10 +486,14 @@ class bulk_scheduler {
 
 }  // namespace
 
-void write_bad_name(std::ostream& out, const input_params& config, const name_entry& name) {
+void write_bad_name(std::ostream& out, input_params& config, const name_entry& name) {
   const std::string_view fault = name_fault(name.asked, query_settings_of(config));
   if (config.json) write_json_bad_name(out, name.line, name.asked, fault);
   if (config.json_names) write_json_name(out, {name.line, name.asked, nullptr, nullptr, 0, k_outcome_bad_name, fault}, config);
+  if (config.why_columns && !config.json && !config.json_names) {
+    const auto type = config.asked_type.value_or(static_cast<std::uint16_t>(config.query_type));
+    report_bad_name(out, config, type, {name.line, name.asked, k_outcome_bad_name});
+  }
 }
 
 bulk_result run_bulk(std::ostream& out, input_params& config, const query_source& next, const run_extras& extras,

@@ -23,9 +23,9 @@ struct name_entry {
   bool built = false;
 };
 
-// What is written for a name that cannot be built: nothing in the reports made for reading; its
-// reason in JSON, where every name gets a result.
-void write_bad_name(std::ostream& out, const input_params& config, const name_entry& name);
+// What is written for a name that cannot be built: nothing in the reports made for reading
+// (one "bad name" row under -why_columns); its reason in JSON, where every name gets a result.
+void write_bad_name(std::ostream& out, input_params& config, const name_entry& name);
 
 // The next name; false at the end of the names.
 using query_source = std::function<bool(name_entry& next)>;

@@ -1,6 +1,7 @@
 #include "driver/output_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,12 +22,17 @@ output_file::~output_file() {
   if (m_owned) ::close(m_descriptor);
 }
 
-bool output_file::open(const std::string& path) {
-  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+bool output_file::open(const std::string& path, bool append) {
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | (append ? O_APPEND : O_TRUNC), 0666);
   if (descriptor == -1) return false;
   m_descriptor = descriptor;
   m_owned = true;
   return true;
+}
+
+bool output_file::holds_data() const {
+  struct stat file {};
+  return ::fstat(m_descriptor, &file) == 0 && S_ISREG(file.st_mode) && file.st_size > 0;
 }
 
 output_file::int_type output_file::overflow(int_type c) {

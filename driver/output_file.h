@@ -22,8 +22,12 @@ class output_file : public std::streambuf {
   output_file(const output_file&) = delete;
   output_file& operator=(const output_file&) = delete;
 
-  // Creates or truncates `path` for writing; false when it cannot be opened.
-  bool open(const std::string& path);
+  // Creates or truncates `path` for writing (with `append`, adds to its end); false when it
+  // cannot be opened.
+  bool open(const std::string& path, bool append = false);
+  // True when the report goes to a regular file that already holds something: a run that adds
+  // to it (-append, or the shell's >>) continues a report and writes no second header.
+  bool holds_data() const;
   // Where the report goes: 1 for standard output, or the results file's descriptor.
   int descriptor() const { return m_descriptor; }
 

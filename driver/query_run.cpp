@@ -25,9 +25,10 @@ bool wait_for_turn(send_pacer& pacer) {
 
 // The attempts and the name's outcome, or nullopt when a stop signal cut them short; what was
 // reported is in `tally`, and the last attempt in `transaction` and `query`.
+// With `held`, finished attempts go there instead of being reported.
 std::optional<name_outcome> attempts(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                                      input_params& config, const run_extras& extras, const query_origin& origin,
-                                     name_tally& tally, std::uint64_t& made) {
+                                     name_tally& tally, std::uint64_t& made, std::vector<finished_attempt>* held) {
   const int wait_ms = attempt_wait_ms(config);
   const server_address server = server_of(config);
   // One attempt, reported as soon as it is over. False when a stop signal cut it short: then
@@ -38,7 +39,12 @@ std::optional<name_outcome> attempts(std::ostream& out, dns_packet_transaction& 
     answered = over_tcp ? exchange_over_tcp(transaction, query, server, wait_ms)
                         : exchange(transaction, query, server, wait_ms);
     if (interrupt_signal() != 0) return false;
-    report_attempt(out, transaction, query, config, &tally, origin, static_cast<std::int32_t>(++made));
+    ++made;
+    if (held != nullptr) {
+      held->push_back({query, transaction, answered});
+      return true;
+    }
+    report_attempt(out, transaction, query, config, &tally, origin, static_cast<std::int32_t>(made));
     out.flush();
     return true;
   };
@@ -74,13 +80,40 @@ std::string_view outcome_word(name_outcome outcome) {
   return "no reply";
 }
 
+name_report report_name(std::ostream& out, std::vector<finished_attempt>& attempts, input_params& config,
+                        name_tally* tally, const query_origin& origin) {
+  name_report report;
+  if (attempts.empty()) return report;
+  const finished_attempt& last = attempts.back();
+  report.outcome = classify_attempt(last.transaction, last.answered);
+  const query_origin judged{origin.line, origin.asked, outcome_word(report.outcome)};
+  for (std::size_t i = 0; i < attempts.size(); ++i) {
+    finished_attempt& a = attempts[i];
+    const int rows = report_attempt(out, a.transaction, a.query, config, tally, judged, static_cast<std::int32_t>(i + 1));
+    if (i == 0) report.rows_first = rows > 0;
+  }
+  if (config.json_names)
+    write_json_name(out, {origin.line, origin.asked, &last.query, &last.transaction, attempts.size(),
+                          judged.outcome, {}}, config);
+  return report;
+}
+
 query_result run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                        input_params& config, const run_extras& extras, const query_origin& origin) {
   // A negative retry count switches the query off: nothing is sent, not even a row written.
   if (config.retry < 0) return {};
   name_tally tally;
   std::uint64_t made = 0;
-  const std::optional<name_outcome> outcome = attempts(out, transaction, query, config, extras, origin, tally, made);
+  if (config.why_columns) {
+    std::vector<finished_attempt> held;
+    if (!attempts(out, transaction, query, config, extras, origin, tally, made, &held)) return {};
+    const name_outcome outcome = report_name(out, held, config, &tally, origin).outcome;
+    out.flush();
+    if (extras.summary) extras.summary->add(tally);
+    return {outcome, true};
+  }
+  const std::optional<name_outcome> outcome =
+      attempts(out, transaction, query, config, extras, origin, tally, made, nullptr);
   if (config.json_names) {
     // The object needs the whole name; one cut short is asked again by a resumed run.
     if (!outcome) return {};

@@ -4,6 +4,7 @@
 
 #include <ostream>
 #include <string_view>
+#include <vector>
 
 #include "dns/dns_record.h"
 #include "dns/query_builder.h"
@@ -30,13 +31,32 @@ struct query_result {
 query_settings query_settings_of(const input_params& config);
 // The -json_names word for how a name ended, as -strict_exit judges it.
 std::string_view outcome_word(name_outcome outcome);
-// The -json_names outcome of a piped line that cannot be built into a query.
-inline constexpr std::string_view k_outcome_bad_name = "bad name";
+
+// An attempt that is over, kept for its name's report.
+struct finished_attempt {
+  DNS_RES_RECORD query;  // as sent: its time and server
+  dns_packet_transaction transaction;
+  bool answered = false;
+};
+
+// How a finished name was reported: its outcome, and whether its first attempt wrote rows (a
+// bulk run's heading goes before them).
+struct name_report {
+  name_outcome outcome = name_outcome::no_reply;
+  bool rows_first = false;
+};
+
+// A name's report once its last attempt is over: every attempt's rows and dump, each row saying
+// the name's outcome under -why_columns, then with -json_names the name's one object.
+name_report report_name(std::ostream& out, std::vector<finished_attempt>& attempts, input_params& config,
+                        name_tally* tally, const query_origin& origin);
 
 // Writes every attempt's rows (and the verbose dump), flushed after each attempt; with
 // -json_names, the name's one object after its last attempt. A stop signal ends it between
 // attempts, or during the wait, in which case that attempt writes nothing and the name counts
 // as never answered; with -json_names a name cut short writes nothing and is not reported.
+// With -why_columns the rows need the name's outcome: they are written after its last attempt,
+// and a name cut short writes nothing, as with -json_names.
 // With -tcp, a truncated reply over UDP is followed at once by one attempt over TCP, which does
 // not count against -retry; with -tcp_only every attempt goes over TCP.
 query_result run_query(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,

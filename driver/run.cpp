@@ -57,9 +57,11 @@ struct run_state {
   run_progress progress;
   run_extras extras;
 
-  run_state(const input_params& config, bool show_progress)
+  bool continuing;  // the report adds to one already begun: no second heading
+
+  run_state(const input_params& config, bool show_progress, bool continues_report)
       : pacer(config.qps), progress(show_progress, summary),
-        extras{pacer.limited() ? &pacer : nullptr, &summary} {}
+        extras{pacer.limited() ? &pacer : nullptr, &summary}, continuing(continues_report) {}
 };
 
 bool bulk_mode(const input_params& config) { return config.inflight > 1; }
@@ -79,7 +81,7 @@ int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, d
     print_error("prob building dns packet... aborting\n");
     return k_exit_fatal;
   }
-  config.heading_pending = 1;
+  config.heading_pending = run.continuing ? 0 : 1;
   if (bulk_mode(config)) {
     bool given = false;
     const query_source once = [&](name_entry& next) {
@@ -90,7 +92,7 @@ int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, d
     return run_bulk(out, config, once, run.extras, run.progress, worst).written ? k_exit_ok : k_exit_fatal;
   }
   errno = 0;
-  note(worst, run_query(out, transaction, query, config, run.extras, {1, config.query_name}).outcome);
+  note(worst, run_query(out, transaction, query, config, run.extras, {1, config.query_name, {}}).outcome);
   return output_failed(out) ? k_exit_fatal : k_exit_ok;
 }
 
@@ -101,14 +103,16 @@ struct piped_result {
   std::uint64_t resume_line = 0;
 };
 
-// When standard input is a file, the status line can tell how much of it is done.
-void measure_input(run_progress& progress, std::uint64_t skipped_bytes) {
+// When standard input is a file, the status line can tell how much of it is done: the bytes
+// from where the input stands before anything is read (another process may have read its head)
+// to its end. 0 when it is no file.
+std::uint64_t input_size() {
   struct stat input {};
-  if (::fstat(STDIN_FILENO, &input) != 0 || !S_ISREG(input.st_mode)) return;
+  if (::fstat(STDIN_FILENO, &input) != 0 || !S_ISREG(input.st_mode)) return 0;
   const off_t at = ::lseek(STDIN_FILENO, 0, SEEK_CUR);
   const std::uint64_t before = at > 0 ? static_cast<std::uint64_t>(at) : 0;
   const std::uint64_t size = static_cast<std::uint64_t>(input.st_size);
-  if (size > before) progress.set_input_size(size - before, skipped_bytes);
+  return size > before ? size - before : 0;
 }
 
 // A stop signal ends the reading: a line cut short by it is not asked.
@@ -117,19 +121,21 @@ piped_result ask_piped(std::ostream& out, input_params& config, dns_packet_trans
   qvportdir::stdin_stream_ex reader(config);
   if (!config.use_stdin || !reader.init_to_stdin()) return {};
   const auto filters = build_filters(config.filters);
-  config.heading_pending = 1;
+  config.heading_pending = run.continuing ? 0 : 1;
   std::string line;
-  // -skip_lines: lines an earlier run has written are passed over, and still counted.
+  // Measured before the first read, which buffers ahead of the lines it hands out.
+  const std::uint64_t size = input_size();
+  // -skip_lines: lines an earlier run has written are passed over, and still counted, as done.
   std::uint64_t number = 0;
   while (number < config.skip_lines && reader.read(line, true)) ++number;
-  measure_input(run.progress, reader.bytes_read());
+  if (size != 0) run.progress.set_input_size(size, reader.bytes_read());
   // The next line worth asking, with its number, built into `next.query` when it can be. A
   // line that cannot be encoded is skipped without the delay: quietly in the reports made for
   // reading, with its reason in JSON, where every name gets a result.
   const query_source next_name = [&](name_entry& next) {
     while (reader.read(line, true) && interrupt_signal() == 0) {
       ++number;
-      if (config.clean_input && !clean_input_line(line)) continue;
+      if (config.clean_input && !clean_input_line(line, number == 1)) continue;
       if (line.empty() || !filter_accepts(filters, line)) continue;
       config.query_name = line;
       next.line = number;
@@ -153,11 +159,12 @@ piped_result ask_piped(std::ostream& out, input_params& config, dns_packet_trans
     if (!name.built) {
       note(worst, name_outcome::no_reply);
       write_bad_name(out, config, name);
-      if ((config.json || config.json_names) && output_failed(out)) return {false, result.resume_line};
+      if ((config.json || config.json_names || config.why_columns) && output_failed(out))
+        return {false, result.resume_line};
       result.resume_line = name.line;
       continue;
     }
-    const query_result asked = run_query(out, transaction, name.query, config, run.extras, {name.line, name.asked});
+    const query_result asked = run_query(out, transaction, name.query, config, run.extras, {name.line, name.asked, {}});
     note(worst, asked.outcome);
     if (output_failed(out)) return {false, result.resume_line};
     // A name cut short after an attempt is written counts as done: going on from the next line
@@ -214,14 +221,16 @@ int zib_main(int argc, char** argv) {
   }
 
   output_file results;
-  if (!config.results_file.empty() && !results.open(config.results_file)) {
+  if (!config.results_file.empty() && !results.open(config.results_file, config.append != 0)) {
     print_error("prob opening results file: %s for writing\n", config.results_file.c_str());
     return k_exit_fatal;
   }
+  // -append to a report already begun (a resumed run): one header and one heading in the file.
+  const bool continuing = config.append != 0 && results.holds_data();
   std::ostream out(&results);
   catch_interrupts();  // after the results file, which must not lose a descriptor to the pipe
   errno = 0;
-  if (config.writes_run_header()) out << header.str() << '\n';
+  if (config.writes_run_header() && !continuing) out << header.str() << '\n';
   if (output_failed(out)) return k_exit_fatal;
 
   if (!lookup_requested(config)) {
@@ -233,15 +242,18 @@ int zib_main(int argc, char** argv) {
 
   DNS_RES_RECORD query;
   dns_packet_transaction transaction;
-  run_state run(config, show_progress(config, results.descriptor()));
+  run_state run(config, show_progress(config, results.descriptor()), continuing);
   name_outcome worst = name_outcome::answered;
   const bool single = !config.use_stdin && !config.use_enumdir;
   piped_result piped;
   const bool asked = single ? ask_single(out, config, query, transaction, run, worst) == k_exit_ok
                             : (piped = ask_piped(out, config, transaction, run, worst)).written;
   run.progress.finish();
+  // With a results file the same command would truncate it: the hint adds -append.
   if (!single && interrupt_signal() != 0)
-    print_error("stopped: to resume, add -skip_lines %llu\n", static_cast<unsigned long long>(piped.resume_line));
+    print_error(config.results_file.empty() ? "stopped: to resume, add -skip_lines %llu\n"
+                                            : "stopped: to resume, add -skip_lines %llu -append\n",
+                static_cast<unsigned long long>(piped.resume_line));
   // A failed build in single-name mode leaves the document open on purpose, like a failed output.
   if (!asked) return k_exit_fatal;
   errno = 0;

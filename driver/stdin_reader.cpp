@@ -1,5 +1,7 @@
 #include "driver/stdin_reader.h"
 
+#include <string_view>
+
 namespace qvportdir {
 
 bool stdin_stream::read_line(std::string& line, bool trim) {
@@ -37,7 +39,9 @@ void stdin_stream_ex::clear() { source_ = source::none; }
 
 }  // namespace qvportdir
 
-bool clean_input_line(std::string& line) {
+bool clean_input_line(std::string& line, bool first_line) {
+  constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+  if (first_line && line.starts_with(byte_order_mark)) line.erase(0, byte_order_mark.size());
   const auto first = line.find_first_not_of(" \t");
   if (first == std::string::npos) return false;
   line.erase(line.find_last_not_of(" \t") + 1);

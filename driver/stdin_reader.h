@@ -60,5 +60,7 @@ class stdin_stream_ex : public stdin_stream {
 }  // namespace qvportdir
 
 // -clean_input: removes the blanks and tabs around `line`; false for a line that is then empty
-// or a comment (starting with "#" or ";"), which is skipped.
-bool clean_input_line(std::string& line);
+// or a comment (starting with "#" or ";"), which is skipped. The input's first line also loses
+// a UTF-8 byte-order mark, which editors on some systems put at the head of a text file and
+// which would otherwise be asked as part of the first name.
+bool clean_input_line(std::string& line, bool first_line);

@@ -127,6 +127,13 @@ parse_result cmd_params::parse_generic(arg_list& args, std::ostream& header) {
     return parse_result::failed;
   }
   if (take_switch(args, "-presentation")) presentation = 1;
+  if (take_switch(args, "-why_columns")) why_columns = 1;
+  // A second XML document cannot follow the first in one file.
+  if (take_switch(args, "-append")) append = 1;
+  if (append && xml) {
+    std::cerr << "invalid combination of commands: -append and -xml\n";
+    return parse_result::failed;
+  }
   take_pattern(args, "-dateformat", valid_date_pattern, date_format);
   take_pattern(args, "-timeformat", valid_time_pattern, time_format);
   const bool verbose_long = take_switch(args, "-verbose");

@@ -37,12 +37,14 @@ class cmd_params {
   bool table_report() const { return !xml && !json && !json_names; }
 
   std::string results_file;        // empty: standard output
+  std::uint8_t append = 0;         // -append: the results file is added to, not truncated
   std::uint8_t xml = 0;
   std::uint8_t csv = 0;
   std::uint8_t json = 0;           // -json: JSON Lines, no run header line, no heading
   std::uint8_t json_names = 0;     // -json_names: one JSON object per name, nothing else
   std::uint8_t rfc4180 = 0;        // -rfc4180: CSV as RFC 4180 and spreadsheets read it
   std::uint8_t presentation = 0;   // -presentation: record data in its standard text form
+  std::uint8_t why_columns = 0;    // -why_columns: line, asked, rcode and outcome after the data
   std::string separator = " | ";
   std::uint8_t csv_layout = 0;     // set by -no_whitespace
   std::uint8_t keep_space = 1;     // the extra blank before the time column in CSV

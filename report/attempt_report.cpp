@@ -3,6 +3,7 @@
 #include "report/hex_view.h"
 #include "report/table_writer.h"
 #include "report/xml_writer.h"
+#include "time/clock.h"
 
 namespace {
 
@@ -11,7 +12,7 @@ struct row_writer {
   std::ostream& out;
   input_params& config;
   name_tally* tally;
-  const json_row_context& context;  // read only by the JSON writer
+  const row_context& context;  // read only by the JSON writer
   int& written;
 
   void operator()(DNS_RES_RECORD& record, const char* comment, const char* status) const {
@@ -22,12 +23,13 @@ struct row_writer {
   }
 
   void write(DNS_RES_RECORD& record, const char* comment, const char* status) const {
+    const row_context* why = config.why_columns ? &context : nullptr;
     if (config.json)
       write_json_row(record, out, comment, status, context, config);
     else if (config.xml)
-      write_xml_entry(record, out, config, status);  // the XML entry has no comment field
+      write_xml_entry(record, out, config, status, why);  // the XML entry has no comment field
     else
-      write_table_row(record, out, comment, status, config);
+      write_table_row(record, out, comment, status, config, why);
   }
 };
 
@@ -36,7 +38,7 @@ struct row_writer {
 int report_attempt(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
                    input_params& config, name_tally* tally, const query_origin& origin, std::int32_t attempt) {
   const int rows = report_outcome(out, transaction, query, config, tally,
-                                  {origin.line, origin.asked, attempt, query.timestamp, &transaction});
+                                  {origin.line, origin.asked, attempt, query.timestamp, &transaction, origin.outcome});
   config.heading_pending = 0;
   // The dump would break the lines of JSON and of RFC 4180 CSV.
   if (config.verbose && config.table_report() && !config.rfc4180) dump_attempt(out, transaction);
@@ -61,7 +63,7 @@ const char* attempt_status(const dns_packet_transaction& transaction, const DNS_
 }
 
 int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_RES_RECORD& query,
-                   input_params& config, name_tally* tally, const json_row_context& context) {
+                   input_params& config, name_tally* tally, const row_context& context) {
   int written = 0;
   const row_writer write_row{out, config, tally, context, written};
   // Without a parsed reply the row is the query record itself: name, type, server, ID and
@@ -79,4 +81,16 @@ int report_outcome(std::ostream& out, dns_packet_transaction& transaction, DNS_R
   for (DNS_RES_RECORD& record : transaction.authority) write_row(record, k_section_authority, k_status_success);
   for (DNS_RES_RECORD& record : transaction.additional) write_row(record, k_section_additions, k_status_success);
   return written;
+}
+
+void report_bad_name(std::ostream& out, input_params& config, std::uint16_t type, const query_origin& origin) {
+  DNS_RES_RECORD question;
+  question.name = origin.asked;
+  question.type = type;
+  question.class_ = k_class_in;
+  question.timestamp = now_timestamp();
+  int written = 0;
+  const row_writer write_row{out, config, nullptr, {origin.line, origin.asked, 1, 0, nullptr, origin.outcome}, written};
+  write_row(question, k_section_question, k_outcome_bad_name);
+  config.heading_pending = 0;
 }

@@ -189,7 +189,7 @@ void message_field(std::string& out, std::string_view name, std::uint32_t length
     json_null_member(out, name);
 }
 
-void attempt_fields(std::string& out, const json_row_context& context, const input_params& config,
+void attempt_fields(std::string& out, const row_context& context, const input_params& config,
                     report_row& scratch) {
   const dns_packet_transaction* t = context.transaction;
   const auto header = t != nullptr && t->received_length != 0 ? read_message_header(t->received) : std::nullopt;
@@ -250,7 +250,7 @@ void append_json_text(std::string& out, std::string_view text) {
 }
 
 void write_json_row(const DNS_RES_RECORD& record, std::ostream& out, std::string_view section,
-                    std::string_view status, const json_row_context& context, const input_params& config) {
+                    std::string_view status, const row_context& context, const input_params& config) {
   report_row& row = shared_report_row();
   report_row& scratch = scratch_row();
   row.clear();

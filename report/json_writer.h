@@ -12,21 +12,12 @@
 #include "dns/edns.h"
 #include "dns/message_header.h"
 #include "params/input_params.h"
-
-// What a JSON row says beyond the record: where the name came from and which attempt this is.
-// Lives only for the call that writes the attempt's rows.
-struct json_row_context {
-  std::uint64_t line = 1;    // input line number, 1 for a single name
-  std::string_view asked;    // the name as asked, before any encoding
-  std::int32_t attempt = 1;  // from 1
-  std::uint64_t sent_at = 0;  // the query's time of sending, for the round trip
-  const dns_packet_transaction* transaction = nullptr;  // the attempt's bytes; null: none
-};
+#include "report/row_context.h"
 
 // One row: the record's fields, the section and status words, the attempt's transport, then
 // its rcode, flags, EDNS and round trip, and with -verbose the sent and received messages in hex.
 void write_json_row(const DNS_RES_RECORD& record, std::ostream& out, std::string_view section,
-                    std::string_view status, const json_row_context& context, const input_params& config);
+                    std::string_view status, const row_context& context, const input_params& config);
 
 // The one result of a piped line that cannot be made into a query.
 void write_json_bad_name(std::ostream& out, std::uint64_t line, std::string_view asked,

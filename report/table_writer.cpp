@@ -81,15 +81,35 @@ void write_heading(std::ostream& out, const input_params& config, const column_w
     if (heading.text == "time-UTC" && !csv_mode(config)) append_field(line, " ");
     field.text(heading.text, left_in(heading.width));
   }
-  field.text("data", k_plain, true);
+  const bool why = config.why_columns != 0;
+  field.text("data", k_plain, !why);
+  if (why) {
+    for (const std::string_view heading : {"line", "asked", "rcode"}) field.text(heading, k_plain);
+    field.text("outcome", k_plain, true);
+  }
   line += line_end(config);
   write_field(out, line);
+}
+
+// -why_columns: after the data, which then has a separator after it too. The name as asked is
+// a query like the first column, so it gets the same character substitution.
+void write_why_fields(std::string& out, const row_context& context, const input_params& config) {
+  const field_writer field{out, config};
+  const why_values why = why_of(context);
+  append_field(out, config.separator);
+  field.text(why.line, k_plain);
+  std::string asked(why.asked);
+  if (config.query_char_from != 0) std::replace(asked.begin(), asked.end(), config.query_char_from, config.query_char_to);
+  field.text(asked, k_plain);
+  field.text(why.rcode, k_plain);
+  field.text(why.outcome, k_plain, true);
 }
 
 // The columns before the data are appended straight to the row's text; the data column is
 // written through the row's stream, like every other writer of record data.
 void write_fields(report_row& row, const DNS_RES_RECORD& record, std::string_view comment,
-                  std::string_view status, const input_params& config, const column_widths& w) {
+                  std::string_view status, const input_params& config, const column_widths& w,
+                  const row_context* why) {
   std::string& out = row.text();
   const field_writer field{out, config};
 
@@ -124,6 +144,7 @@ void write_fields(report_row& row, const DNS_RES_RECORD& record, std::string_vie
     out.resize(data_at);
     append_csv_field(out, data, config.separator, presentation ? csv_text::presentation : csv_text::bytes);
   }
+  if (why != nullptr) write_why_fields(out, *why, config);
   out += line_end(config);
 }
 
@@ -134,7 +155,7 @@ void write_table_heading(std::ostream& out, const input_params& config) {
 }
 
 void write_table_row(DNS_RES_RECORD& record, std::ostream& out, std::string_view comment,
-                     std::string_view status, input_params& config) {
+                     std::string_view status, input_params& config, const row_context* why) {
   const column_widths w = widths_for(config);
   if (config.heading_pending != 0) {
     write_heading(out, config, w);
@@ -146,6 +167,6 @@ void write_table_row(DNS_RES_RECORD& record, std::ostream& out, std::string_view
   }
   report_row& row = shared_report_row();
   row.clear();
-  write_fields(row, record, comment, status, config, w);
+  write_fields(row, record, comment, status, config, w, why);
   row.write_to(out);
 }

@@ -146,7 +146,7 @@ bool write_translated_attributes(std::string& out, const DNS_RES_RECORD& record)
 }  // namespace
 
 void write_xml_entry(const DNS_RES_RECORD& record, std::ostream& out, const input_params& config,
-                     std::string_view status) {
+                     std::string_view status, const row_context* why) {
   const datetime_texts& when = timestamp_texts(record.timestamp, config.datetime_format);
   const std::string& date = when.date;
   const std::string& time = when.time;
@@ -178,6 +178,13 @@ void write_xml_entry(const DNS_RES_RECORD& record, std::ostream& out, const inpu
   if (presentation) write_escaped_attribute(entry, "presentation", *presentation);
   if (complete || presentation) entry += '>';
   entry += "</translated_data>";
+  if (why != nullptr) {
+    const why_values values = why_of(*why);
+    write_element(entry, "line", values.line);
+    write_element(entry, "asked", values.asked);
+    write_element(entry, "rcode", values.rcode);
+    write_element(entry, "outcome", values.outcome);
+  }
   entry += "</data_entry>\n";
   row.write_to(out);
 }

@@ -103,6 +103,51 @@ def entries_of(out, fmt, first_line=1):
     return [o["asked"] for o in objects] if in_place else None
 
 
+def entries_in_file(data, fmt):
+    """The names of a results file that a stopped run began and a resumed run (-append) finished,
+    or None when anything else is there: a second heading, a cut or misplaced line."""
+    lines = data.decode().split("\r\n" if fmt == "-rfc4180" else "\n")
+    if fmt == "-rfc4180":
+        if lines[0] != "query,comment,status,id,DNSserv,date,time-UTC,type,tname,class,ttl,size,data" or lines[-1] != "":
+            return None
+        rows = [l.split(",") for l in lines[1:-1]]
+        return [r[0][:-1] for r in rows] if all(len(r) == 13 and r[1] == "answer" for r in rows) else None
+    try:
+        objects = [json.loads(l) for l in lines[:-1]]
+    except ValueError:
+        return None
+    in_place = lines[-1] == "" and all(o["line"] == i + 1 for i, o in enumerate(objects))
+    return [o["asked"] for o in objects] if in_place else None
+
+
+def resume_into_file(zib, fmt, mode, sig, code):
+    """A run into a results file stopped, then resumed with the words of its own hint: the file
+    holds every name once, under one heading."""
+    with tempfile.TemporaryDirectory(prefix="zib-resume-") as work:
+        path = os.path.join(work, "results")
+        responder = Responder(cycle=[act(A, delay=0.05)])
+        names = "".join(n + "\n" for n in NAMES(400)).encode()
+        p = subprocess.Popen(["zib"] + zib_args(responder, fmt, "-out", path, *mode), executable=zib,
+                             stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+        p.stdin.write(names)
+        p.stdin.flush()
+        time.sleep(0.8)
+        p.send_signal(sig)
+        _, err = p.communicate(timeout=30)
+        responder.close()
+        hint = re.search(rb"stopped: to resume, add (-skip_lines \d+ -append)\n", err)
+        if p.returncode != code or not hint:
+            return False
+        with open(path, "rb") as f:
+            first = entries_in_file(f.read(), fmt)
+        responder = Responder(cycle=[A])
+        status = run_zib(zib, zib_args(responder, fmt, "-out", path, *mode) + hint.group(1).decode().split(), names)[0]
+        responder.close()
+        with open(path, "rb") as f:
+            whole = entries_in_file(f.read(), fmt)
+        return status == 0 and first is not None and 0 < len(first) < 400 and whole == NAMES(400)
+
+
 def interrupt(zib):
     """SIGINT in flight, SIGTERM one at a time, in XML and in JSON Lines: whole entries of the
     first names only, the document closed, exit 130 or 143 even with -strict_exit, and a line
@@ -133,19 +178,26 @@ def interrupt(zib):
                                   "".join(n + "\n" for n in NAMES(400)).encode())
         responder.close()
         results.append(status == 0 and names + (entries_of(rest, fmt, int(resume.group(1)) + 1) or []) == NAMES(400))
-    return all(results), "XML in flight, one at a time; JSON the same: %s" % results
+    results += [resume_into_file(zib, "-json_names", ["-inflight", "16"], signal.SIGINT, 130),
+                resume_into_file(zib, "-rfc4180", [], signal.SIGTERM, 143)]
+    return all(results), "XML in flight, one at a time; JSON the same; into a file, -json_names, -rfc4180: %s" % results
 
 
 def progress(zib):
-    """Names read from a file: the status line tells the share of the file done and the time left."""
-    responder = Responder(cycle=[act(A, delay=0.1)])
-    with tempfile.TemporaryFile() as names:
-        names.write("".join(n + "\n" for n in NAMES(60)).encode())
-        names.seek(0)
-        status, _, err = run_zib(zib, zib_args(responder, "-inflight", "4", "-progress"), names)
-    responder.close()
-    shares = re.findall(rb"(\d+)% of the input(, about \d+ s left)?", err)
-    return status == 0 and len(shares) > 2 and any(left for _, left in shares), "%d status lines" % len(shares)
+    """Names read from a file: the status line tells the share of the file done and the time left;
+    resumed with -skip_lines, the lines skipped count as done from the first status line on."""
+    results = []
+    for skip, first_share in ((0, 0), (30, 49)):  # 260 of the 530 bytes
+        responder = Responder(cycle=[act(A, delay=0.1)])
+        with tempfile.TemporaryFile() as names:
+            names.write("".join(n + "\n" for n in NAMES(60)).encode())
+            names.seek(0)
+            status, _, err = run_zib(zib, zib_args(responder, "-inflight", "4", "-progress", "-skip_lines", str(skip)), names)
+        responder.close()
+        shares = re.findall(rb"(\d+)% of the input(, about \d+ s left)?", err)
+        results.append(status == 0 and len(shares) > 2 and any(left for _, left in shares) and
+                       int(shares[0][0]) == first_share and all(int(n) <= 100 for n, _ in shares))
+    return all(results), "from the top, after 30 of 60 lines: %s" % results
 
 
 def terminal(zib):

@@ -58,6 +58,10 @@ HOSTILE = reply(an=[rr(16, bytes([n]) + b"x" * (n - 1) + (b" " if n == 9 else b"
                                                   "-x.test", "@x.test", " x.test", "x .test", "|.test"))]
                 + [rr(16, b"\xff" + bytes(range(255))), rr(1, bytes([192, 0, 2, 1]))])
 HOSTILE_INPUT = '=1+1,"q";x\t.test\nhostile.test\n'
+# -why_columns: how names end (NXDOMAIN, no data, REFUSED, truncated, time-out, a bad name), and
+# a name whose first attempt timed out: its timeout row says the name was answered.
+WHY = [NX, QUESTION_ONLY, reply(flags=0x8185), TC, act(), act(), act(), WWW]
+WHY_INPUT = "nope.example.test\nnodata.test\nrefused.test\ntc.test\nsilent.test\n...\na|b.test\n"
 # Every new switch's number: forms the reader refuses, one past its range, and the forms it
 # takes (010 is decimal). Bad names on lines 11, 16 and 54 show port, type and lines skipped
 # without a query sent.
@@ -96,6 +100,7 @@ GROUPS = {
         ("ip6 not an IPv6 address", "-ip6 192.0.2.1 @", None, ""),
         ("an object per row and per name: refused", "-url_pipe @ -json -json_names", None, ""),
         ("RFC 4180 CSV has no run header line, even on error", "-url a.test -rfc4180", None, ""),
+        ("a second XML document cannot be appended", "-url_pipe @ -xml -append -out /dev/null", None, ""),
     ] + [("%s %s" % (switch, value or "(empty)"), "-url_pipe -server 127.0.0.1 -json_names %s %s" % (switch, shlex.quote(value)),
           None, BAD_NAMES_AT) for switch in PAST_RANGE for value in NUMBER_FORMS + [PAST_RANGE[switch]]],
     "lookups": [
@@ -183,7 +188,8 @@ GROUPS = {
         ("RFC 4180 with ';' and the standard text form", "-txt_pipe @ -rfc4180 -csv_separator ';' -presentation",
          [QUESTION_ONLY, HOSTILE], HOSTILE_INPUT),
         ("RFC 4180 with tabs", "-txt_pipe @ -csv_separator tab -rfc4180", [QUESTION_ONLY, HOSTILE], HOSTILE_INPUT),
-    ],
+    ] + [("why a name ended, %s" % (fmt or "text"), "-url_pipe @ -timeout_ms 300 -retry 1 -why_columns " + fmt, WHY, WHY_INPUT)
+         for fmt in ("", "-csv", "-rfc4180", "-xml")],
     # Reports that cannot be written stop the run (a full disk is Linux's /dev/full).
     "output_failure": [
         ("single name into a full disk", "-url a.test @ -timeout 0 -out /dev/full", [], ""),
@@ -203,6 +209,8 @@ GROUPS = {
         ("clean input: comments, blanks and CRLF", "-url_pipe @ -timeout 0 -clean_input -json_names", [],
          "# hosts\r\n; old\r\n  a.test \r\n\t\r\n\tb.test\t\r\n\r\n c#d.test\r\n #e.test\r\nlast.test"),
         ("results file past the write buffer", "-txt_pipe @ -verbose -out /dev/null", [PAST_BUFFER], "a.test\n"),
+        ("clean input: a byte-order mark before the first name", "-url_pipe @ -timeout 0 -clean_input -json_names", [],
+         "\xef\xbb\xbfa.test\n\xef\xbb\xbfb.test\n"),
         ("heading once for a run", "-url_pipe @ -timeout 0 -retry 1", [], "a.test\nb.test\n"),
     ],
     # The switches for many names at once; like the groups above, also run with -inflight 8.
@@ -325,13 +333,21 @@ def csv_mismatches(zib, row, argv, out, extra):
     json_argv[json_argv.index("@"):json_argv.index("@") + 1] = ["-server", "127.0.0.1", "-port", str(responder.port)]
     objects = [json.loads(line) for line in run_zib(zib, json_argv, stdin.encode("latin-1"))[1].splitlines()]
     responder.close()
-    data = lambda o: o["rdata"] if "-presentation" in argv and o["rdata"] is not None else o["data"]
-    if rows[:1] != [["query", "comment", "status", "id", "DNSserv", "date", "time-UTC", "type", "tname", "class", "ttl",
-                     "size", "data"]] or any(len(r) != 13 for r in rows) or len(rows) != len(objects) + 1:
-        yield "CSV RECORDS NOT 13 FIELDS UNDER THE HEADING: %r\n" % rows
+    # JSON's data is the text report's column: SOA and MX fields are joined by "; ", CSV's by ";".
+    csv_data = lambda o: o.get("data", "  <none>").replace("; ", ";") if o.get("type") in (6, 15) else o.get("data", "  <none>")
+    data = lambda o: o["rdata"] if "-presentation" in argv and o.get("rdata") is not None else csv_data(o)
+    # -why_columns: line, asked and rcode as JSON has them; a bad name's one row is its object.
+    why = ["line", "asked", "rcode", "outcome"] if "-why_columns" in argv else []
+    heading = ["query", "comment", "status", "id", "DNSserv", "date", "time-UTC", "type", "tname", "class", "ttl",
+               "size", "data"] + why
+    if rows[:1] != [heading] or any(len(r) != len(heading) for r in rows) or len(rows) != len(objects) + 1:
+        yield "CSV RECORDS NOT %d FIELDS UNDER THE HEADING: %r\n" % (len(heading), rows)
     for r, o in zip(rows[1:], objects):
-        if [r[0], r[1], r[2], r[12]] != [o["query"], o["section"], o["status"], data(o)]:
-            yield "CSV FIELDS %r, JSON %r\n" % ([r[0], r[1], r[2], r[12]], [o["query"], o["section"], o["status"], data(o)])
+        told = [o.get("query", o["asked"]), o.get("section", "question"), o["status"], data(o)]
+        if why:
+            told += [str(o["line"]), o["asked"], "" if o.get("rcode") is None else str(o["rcode"])]
+        if [r[0], r[1], r[2], r[12]] + r[13:16] != told:
+            yield "CSV FIELDS %r, JSON %r\n" % ([r[0], r[1], r[2], r[12]] + r[13:16], told)
 
 
 def run_row(zib, row, wrap, extra=(), recipe=False):

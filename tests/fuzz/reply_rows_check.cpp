@@ -71,14 +71,15 @@ void check_json_lines(const std::string& lines) {
 #endif
 }
 
-void write_rows(DNS_RES_RECORD record, std::ostream& sink) {
+// The text row plain, the CSV row and the XML entry with the -why_columns values after the data.
+void write_rows(DNS_RES_RECORD record, std::ostream& sink, const row_context& why) {
   for (const char* format : {"text", "csv"}) {
     input_params& config = report_config(format);
     config.heading_pending = 1;
     DNS_RES_RECORD row = record;  // the writer substitutes characters in the name in place
-    write_table_row(row, sink, "answer", "success", config);
+    write_table_row(row, sink, "answer", "success", config, *format == 'c' ? &why : nullptr);
   }
-  write_xml_entry(record, sink, report_config("xml"), "success");
+  write_xml_entry(record, sink, report_config("xml"), "success", &why);
 }
 
 }  // namespace
@@ -98,12 +99,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // one row the whole messages in hex: a run stays linear in the input.
   const std::string_view input(reinterpret_cast<const char*>(message.data()), message.size());
   write_json_bad_name(json, size, input, input);
-  const json_row_context context{size, input.substr(0, 64), 1, 0, &transaction};
+  const row_context context{size, input.substr(0, 64), 1, 0, &transaction, "answered"};
   for (const auto* list : {&transaction.questions, &transaction.answers, &transaction.authority,
                            &transaction.additional}) {
     for (const auto& record : *list) {
       read_like_the_renderers(record, sink);
-      write_rows(record, sink);
+      write_rows(record, sink, context);
       write_json_row(record, json, "answer", "success", context, report_config("json"));
     }
   }
