@@ -28,4 +28,7 @@ void dns_packet_transaction::clear() {
   received_at = 0;
   transport = exchange_transport::udp;
   fault = stream_fault::none;
+  server_port = 0;
+  sent_monotonic_us = -1;
+  round_trip_us = -1;
 }

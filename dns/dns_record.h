@@ -88,6 +88,12 @@ struct dns_packet_transaction {
   std::vector<DNS_RES_RECORD> additional;
   exchange_transport transport = exchange_transport::udp;
   stream_fault fault = stream_fault::none;
+  // Where the exchange went beyond the address its records carry, and how long the reply took:
+  // a row takes its server from its attempt, and a round trip from a monotonic clock, which no
+  // change of the time of day can bend. -1: not sent, or no reply.
+  std::uint16_t server_port = 0;
+  std::int64_t sent_monotonic_us = -1;
+  std::int64_t round_trip_us = -1;
 
   void clear();
   bool operator==(const dns_packet_transaction&) const = default;

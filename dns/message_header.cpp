@@ -52,3 +52,14 @@ std::string_view rcode_name(std::uint16_t rcode) {
                                     [](const rcode_info& row, std::uint16_t c) { return row.code < c; });
   return (it != end && it->code == rcode) ? it->name : std::string_view();
 }
+
+std::optional<std::uint16_t> rcode_code(std::string_view name) {
+  const auto same = [name](std::string_view row) {
+    return row.size() == name.size() && std::equal(row.begin(), row.end(), name.begin(), [](char a, char b) {
+             return a == (b >= 'a' && b <= 'z' ? static_cast<char>(b - 32) : b);
+           });
+  };
+  for (const rcode_info& row : k_rcodes)
+    if (same(row.name)) return row.code;
+  return std::nullopt;
+}

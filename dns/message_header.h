@@ -17,9 +17,15 @@ struct message_header {
   bool operator==(const message_header&) const = default;
 };
 
+// The response codes the tool acts on by number.
+enum : std::uint16_t { k_rcode_noerror = 0, k_rcode_servfail = 2, k_rcode_nxdomain = 3, k_rcode_refused = 5 };
+
 // The header of `message`, or nullopt when it is shorter than a header.
 std::optional<message_header> read_message_header(std::span<const std::uint8_t> message);
 
 // The IANA mnemonic of a response code ("NOERROR", "NXDOMAIN", ...), or empty when it has none:
 // the caller chooses what stands for an unnamed code (the number, JSON null).
 std::string_view rcode_name(std::uint16_t rcode);
+
+// The code of a response code's mnemonic, in any case ("servfail" is 2), or nullopt.
+std::optional<std::uint16_t> rcode_code(std::string_view name);

@@ -8,7 +8,8 @@
 namespace {
 
 // Header offsets and values of the query (RFC 1035 section 4.1.1).
-constexpr std::uint8_t k_flags_rd = 0x01;  // only RD: a standard query, recursion desired
+constexpr std::uint8_t k_flags_rd = 0x01;  // only RD: a standard query, recursion desired (unless
+                                           // the query goes to an authoritative server)
 constexpr std::uint16_t k_qdcount = 1;
 
 // Labels up to 255 bytes are written as they are, not RFC 1035's 63: a length byte of 64 or
@@ -67,6 +68,33 @@ std::optional<std::vector<std::uint8_t>> encode_qname(std::string_view text, std
       // and QTYPE follows the header directly. The command line never gets here.
       return std::vector<std::uint8_t>{};
   }
+}
+
+void assemble_query(DNS_RES_RECORD& record, std::uint16_t id, std::span<const std::uint8_t> qname, std::string text,
+                    std::uint16_t type, const query_settings& settings) {
+  std::vector<std::uint8_t> packet;
+  // The ID goes out low byte first on purpose: dumps then show the chosen number in byte 0,
+  // and replies are matched on the raw bytes, so the order never matters to the server.
+  packet.push_back(static_cast<std::uint8_t>(id & 0xFF));
+  packet.push_back(static_cast<std::uint8_t>(id >> 8));
+  packet.push_back(settings.recursion_desired ? k_flags_rd : 0);
+  packet.push_back(0);  // RA, Z, RCODE
+  put16(packet, k_qdcount);
+  put16(packet, 0);  // ANCOUNT
+  put16(packet, 0);  // NSCOUNT
+  put16(packet, settings.edns ? 1 : 0);  // ARCOUNT: the OPT record, if any
+  packet.insert(packet.end(), qname.begin(), qname.end());
+  put16(packet, type);
+  put16(packet, k_class_in);
+  if (settings.edns) {
+    const auto opt = opt_record_wire(*settings.edns);
+    packet.insert(packet.end(), opt.begin(), opt.end());
+  }
+  record.packet = shared_bytes(std::move(packet));
+  record.name = std::move(text);
+  record.id = id;
+  record.type = type;
+  record.class_ = k_class_in;
 }
 
 }  // namespace
@@ -147,30 +175,13 @@ bool build_query_for(DNS_RES_RECORD& record, std::string text, std::uint16_t loo
   const auto id = static_cast<std::uint16_t>(std::stoi(random_digits(k_id_digits)));
   const auto qname = encode_qname(text, lookup_type, settings);
   if (!qname) return false;
-
-  std::vector<std::uint8_t> packet;
-  // The ID goes out low byte first on purpose: dumps then show the chosen number in byte 0,
-  // and replies are matched on the raw bytes, so the order never matters to the server.
-  packet.push_back(static_cast<std::uint8_t>(id & 0xFF));
-  packet.push_back(static_cast<std::uint8_t>(id >> 8));
-  packet.push_back(k_flags_rd);
-  packet.push_back(0);  // RA, Z, RCODE
-  put16(packet, k_qdcount);
-  put16(packet, 0);  // ANCOUNT
-  put16(packet, 0);  // NSCOUNT
-  put16(packet, settings.edns ? 1 : 0);  // ARCOUNT: the OPT record, if any
-  packet.insert(packet.end(), qname->begin(), qname->end());
-  put16(packet, type);
-  put16(packet, k_class_in);
-  if (settings.edns) {
-    const auto opt = opt_record_wire(*settings.edns);
-    packet.insert(packet.end(), opt.begin(), opt.end());
-  }
-
-  record.packet = shared_bytes(std::move(packet));
-  record.name = std::move(text);
-  record.id = id;
-  record.type = type;
-  record.class_ = k_class_in;
+  assemble_query(record, id, *qname, std::move(text), type, settings);
   return true;
+}
+
+void build_query_wire(DNS_RES_RECORD& record, std::span<const std::uint8_t> qname, std::string text,
+                      std::uint16_t type, const query_settings& settings) {
+  record.clear();
+  const auto id = static_cast<std::uint16_t>(std::stoi(random_digits(k_id_digits)));
+  assemble_query(record, id, qname, std::move(text), type, settings);
 }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,7 @@
 struct query_settings {
   bool ip6_reverse = false;           // the name is an IPv6 address, asked under ip6.arpa (-ip6)
   std::optional<edns_request> edns;   // an OPT record in the additional section (-edns, -dnssec)
+  bool recursion_desired = true;      // RD; clear for a query to an authoritative server
 };
 
 // Builds the query for `text` and `type` into `record` (its packet holds the message).
@@ -25,6 +27,11 @@ bool build_query(DNS_RES_RECORD& record, std::string text, std::uint16_t type);
 // for the ip6.arpa form of the name instead, and for an OPT record.
 bool build_query_for(DNS_RES_RECORD& record, std::string text, std::uint16_t lookup_type,
                      std::uint16_t asked_type, const query_settings& settings = {});
+
+// The same for a name already in wire form (`qname`, as the question holds it), with `text` kept
+// as the record's name; it cannot fail.
+void build_query_wire(DNS_RES_RECORD& record, std::span<const std::uint8_t> qname, std::string text,
+                      std::uint16_t type, const query_settings& settings = {});
 
 // Why `text` cannot be encoded as a name, in a few words; empty when it can. Forward and
 // in-addr.arpa names fail for the same reasons; an ip6.arpa name needs an IPv6 address.

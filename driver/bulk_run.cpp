@@ -1,24 +1,24 @@
 #include "driver/bulk_run.h"
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <utility>
 #include <cstdint>
+#include <deque>
+#include <utility>
 #include <vector>
 
 #include "dns/query_builder.h"
 #include "driver/hold_queue.h"
 #include "driver/output_file.h"
-#include "net/event_loop.h"
+#include "net/attempt_plan.h"
+#include "net/deadline_heap.h"
+#include "net/exchange_engine.h"
 #include "net/interrupt.h"
-#include "net/reply_matcher.h"
+#include "net/resolver_check.h"
 #include "net/server_address.h"
-#include "net/tcp_exchange.h"
-#include "net/udp_pool.h"
+#include "net/server_pool.h"
 #include "report/attempt_report.h"
 #include "report/json_writer.h"
 #include "report/name_object_writer.h"
@@ -30,124 +30,129 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-// Shared sockets: a socket holds at most one waiting query per ID, and queries draw their IDs
-// from 90 numbers, so a run starts with a few more sockets than the in-flight count needs on
-// average, at least two (a name's next attempt goes out from another socket than its last), and
-// opens more when an ID is taken on every one.
-constexpr std::size_t k_ids = 90;
-// Descriptors the run needs besides its sockets: standard streams, the results file, the stop
-// signal's pipe, an attempt's own socket, the event loop, and some room for the C library.
-constexpr rlim_t k_spare_descriptors = 16;
+// Names each resolver of a pool is asked before it takes any name, and when it comes back.
+constexpr std::size_t k_check_names = 3;
+// The shortest pause before a resolver set aside is probed, whatever the attempts' wait.
+constexpr std::chrono::milliseconds k_shortest_probe_pause{100};
 
-// Event tokens: a shared socket's number, or one of these bits and the slot of an attempt that
-// has a socket of its own (UDP) or a connection (TCP).
-constexpr std::uint64_t k_own_socket = std::uint64_t{1} << 63;
-constexpr std::uint64_t k_connection = std::uint64_t{1} << 62;
-constexpr std::uint64_t k_slot_bits = k_connection - 1;
-
-std::size_t pool_size(std::size_t in_flight) { return std::max<std::size_t>(2, (in_flight + k_ids - 1) / k_ids + 2); }
-
-// Raises the soft limit on descriptors as far as `wanted` sockets need (the hard limit permitting).
-void make_room_for(std::size_t wanted) {
-  rlimit limit{};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-  const rlim_t needed = static_cast<rlim_t>(wanted) + k_spare_descriptors;
-  if (limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur >= needed) return;
-  limit.rlim_cur = limit.rlim_max == RLIM_INFINITY ? needed : std::min(needed, limit.rlim_max);
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-// A first-in first-out list of slots that can also drop a slot from its middle. Every attempt
-// waits the same time and every pause lasts the same time, so the order slots enter is the
-// order their time runs out: the front is always the next one due.
-class slot_fifo {
- public:
-  explicit slot_fifo(std::size_t slots) : m_prev(slots, k_none), m_next(slots, k_none) {}
-  bool empty() const { return m_head == k_none; }
-  std::size_t front() const { return m_head; }
-  void push(std::size_t slot) {
-    m_prev[slot] = m_tail;
-    m_next[slot] = k_none;
-    (m_tail == k_none ? m_head : m_next[m_tail]) = slot;
-    m_tail = slot;
-  }
-  void remove(std::size_t slot) {
-    (m_prev[slot] == k_none ? m_head : m_next[m_prev[slot]]) = m_next[slot];
-    (m_next[slot] == k_none ? m_tail : m_prev[m_next[slot]]) = m_prev[slot];
-  }
-
- private:
-  static constexpr std::size_t k_none = SIZE_MAX;
-  std::vector<std::size_t> m_prev;
-  std::vector<std::size_t> m_next;
-  std::size_t m_head = k_none;
-  std::size_t m_tail = k_none;
-};
-
-// One name on its way: queued to send, waiting for its reply, pausing before its next attempt.
+// One name on its way: waiting for a server, asking one, pausing before its next attempt.
 struct flight {
-  enum class state { free, queued, waiting, pausing };
+  enum class state { free, ready, asking, pausing };
   state now = state::free;
-  bool over_tcp = false;               // the attempt in flight (or next) goes over TCP
-  std::int32_t counted = 0;            // attempts that count against -retry (not a TC's follow-up)
+  bool over_tcp = false;               // the next attempt goes over TCP
+  bool follow_up = false;              // ... as the follow-up of a truncated reply, to the same server
+  std::int32_t counted = 0;            // attempts that count against -retry
   std::uint64_t sequence = 0;          // its place in the hold queue
   name_entry name;                     // its query is the one sent
   dns_packet_transaction transaction;  // the attempt in flight
   std::vector<finished_attempt> attempts;
-  clock::time_point due{};             // end of the wait or of the pause
-  qv::socket own;                      // the attempt's own socket, when it went out alone
-  tcp_exchange connection;             // the attempt's connection, over TCP
-  int shared = -1;                     // the shared socket it waits on, or -1
-  int last_shared = -1;                // the shared socket of its last attempt
+  std::optional<std::size_t> last_server;
+  std::size_t server = 0;
+  query_ticket ticket;
+  std::uint32_t generation = 0;  // a pause timer pushed before the last one is stale
 };
+
+// A check name sent to a resolver of a pool.
+struct check_query {
+  std::size_t server = 0;
+  DNS_RES_RECORD query;
+  dns_packet_transaction transaction;
+};
+
+struct pause_token {
+  std::size_t slot;
+  std::uint32_t generation;
+};
+
+// What the pool learns from an attempt.
+query_fate fate_of(const dns_packet_transaction& transaction, const attempt_result& result) {
+  if (transaction.sent_length == 0) return query_fate::abandoned;
+  if (transaction.received_length == 0) return query_fate::timed_out;
+  if (result.rcode == k_rcode_refused || result.rcode == k_rcode_servfail) return query_fate::rejected;
+  return query_fate::answered;
+}
+
+std::chrono::microseconds round_trip(const dns_packet_transaction& transaction) {
+  return std::chrono::microseconds(std::max<std::int64_t>(transaction.round_trip_us, 0));
+}
+
+pool_settings pool_settings_of(const input_params& config) {
+  pool_settings settings;
+  const bool resolvers = !config.resolvers.empty();
+  settings.adaptive = resolvers;
+  settings.health = config.resolvers.size() > 1;
+  settings.window_cap = static_cast<std::size_t>(config.inflight);
+  settings.rate_cap = config.resolver_qps;
+  const int wait = attempt_wait_ms(config);
+  settings.probe_pause = wait < 0 ? std::chrono::milliseconds(1000)
+                                  : std::max(k_shortest_probe_pause, std::chrono::milliseconds(wait));
+  return settings;
+}
 
 class bulk_scheduler {
  public:
   bulk_scheduler(std::ostream& out, input_params& config, const query_source& next, const run_extras& extras,
                  run_progress& progress, name_outcome& worst, std::uint64_t lines_before)
       : m_out(out), m_config(config), m_next(next), m_extras(extras), m_progress(progress), m_worst(worst),
-        m_slots(static_cast<std::size_t>(config.inflight)), m_queued(m_slots.size()), m_waiting(m_slots.size()),
-        m_pausing(m_slots.size()), m_wait(wait_of(config)),
-        m_pause(std::chrono::seconds(static_cast<unsigned>(config.delay))),
+        m_slots(static_cast<std::size_t>(config.inflight)),
+        m_plan(config.retry, config.delay, config.tcp != 0, config.tcp_only != 0, config.retry_rcodes),
+        m_servers(servers_of(config)),
+        m_checking(m_servers.size() > 1),
+        m_checks(m_checking ? m_servers.size() * k_check_names : 0),
+        m_engine(m_servers, m_slots.size() + m_checks.size(), std::chrono::milliseconds(attempt_wait_ms(config))),
+        m_pool(m_servers.size(), pool_settings_of(config)),
+        m_check(m_servers.size(), k_check_names),
+        m_why(m_servers.size()),
         m_hold(!config.unordered, static_cast<std::size_t>(config.hold_mb) << 20, lines_before),
-        m_server(server_of(config)),
+        m_one_at_a_time(config.inflight <= 1),
         m_heading_pending(config.heading_pending != 0 && config.table_report()) {
     // Names are rendered before their turn to be written: the heading is put in front of the
     // run's first name here, never by a row writer.
     m_config.heading_pending = 0;
     for (std::size_t i = m_slots.size(); i-- > 0;) m_free.push_back(i);
-    const std::size_t sockets = pool_size(m_slots.size());
-    make_room_for(sockets * 2);
-    m_pool.open(m_server, sockets);
-    for (std::size_t i = 0; i < m_pool.size(); ++i) m_loop.watch(m_pool.descriptor(i), i, interest::read);
-    m_matcher.set_sockets(m_pool.size());
+    if (m_checking && !config.check_zone.empty())
+      m_check_zone = config.check_zone == "." ? std::vector<std::uint8_t>{0} : *encode_name(config.check_zone);
   }
 
   bulk_result run() {
     while (write_finished() && interrupt_signal() == 0) {
       m_progress.tick();
       admit();
-      send_queued();
+      const clock::time_point now = clock::now();
+      end_pauses(now);
+      probe(now);
+      dispatch(now);
+      m_engine.send_queued();
+      note_progress();
       if (m_input_done && m_free.size() == m_slots.size() && m_hold.empty()) break;
-      collect(m_loop.wait(wait_timeout_ms()));
+      for (const exchange_engine::finished& done : m_engine.wait(next_wake(now))) ended(done);
     }
     // After a stop signal: what may be written by now, and nothing more.
     const bool written = write_finished();
     return {written, m_hold.resume_line()};
   }
 
-  std::uint64_t strays() const { return m_strays; }
+  std::uint64_t strays() const { return m_engine.strays(); }
 
- private:
-  static clock::duration wait_of(const input_params& config) {
-    const int ms = attempt_wait_ms(config);
-    return ms < 0 ? clock::duration::max() / 2 : std::chrono::milliseconds(ms);
+  // Every server's figures, for -stats and -stats_json.
+  std::vector<server_summary> server_summaries() const {
+    std::vector<server_summary> lines;
+    for (std::size_t i = 0; i < m_servers.size(); ++i) {
+      const server_figures f = m_pool.figures(i);
+      lines.push_back({m_servers[i].text(), m_servers[i].port(), f.queries, f.answers, f.timeouts, f.refused,
+                       f.servfail, f.median_rtt_ms, f.rate, std::string(health_word(f.health)),
+                       std::string(reason_word(f.reason)), m_why[i]});
+    }
+    return lines;
   }
 
+ private:
   // New names start while a slot is free and the held reports leave room: a slow name holds
-  // back the output, not the names after it.
+  // back the output, not the names after it. One at a time, the next name also waits out the
+  // pauses that one at a time sleeps after a name.
   void admit() {
     while (!m_input_done && !m_free.empty() && m_hold.has_room() && interrupt_signal() == 0) {
+      if (m_one_at_a_time && clock::now() < m_admit_after) return;
       const std::size_t index = m_free.back();
       flight& f = m_slots[index];
       if (!m_next(f.name)) {
@@ -155,185 +160,160 @@ class bulk_scheduler {
         return;
       }
       m_free.pop_back();
+      m_engine.renew(static_cast<exchange_engine::exchange_id>(index));
       f.sequence = m_hold.start();
-      f.last_shared = -1;
+      f.last_server.reset();
       f.counted = 0;
-      f.over_tcp = m_config.tcp_only != 0;
+      f.over_tcp = m_plan.first_over_tcp();
+      f.follow_up = false;
       // A name that cannot be built, and every name when a negative retry count switches the
       // queries off, is done at once: silently, or for the bad name its JSON object.
-      if (!f.name.built || m_config.retry < 0) {
+      if (!f.name.built || m_plan.switched_off()) {
         complete(index);
         continue;
       }
-      f.now = flight::state::queued;
-      m_queued.push(index);
+      if (m_checking && !m_checks_started) start_checks(f.name.query);
+      make_ready(index);
     }
   }
 
-  // Every queued name whose turn has come (-qps) goes out: alone, when nothing else is waiting,
-  // from a socket of its own as one at a time would; otherwise from a shared socket, in batches.
-  void send_queued() {
-    m_batch.clear();
-    while (!m_queued.empty() && interrupt_signal() == 0) {
-      const clock::time_point now = clock::now();
-      if (m_extras.pacer) {
-        if (now < m_extras.pacer->next_send()) break;
-        m_extras.pacer->sent(now);
+  void make_ready(std::size_t index) {
+    m_slots[index].now = flight::state::ready;
+    m_ready.push_back(index);
+  }
+
+  void end_pauses(clock::time_point now) {
+    while (!m_pauses.empty() && m_pauses.next() <= now) {
+      const pause_token token = m_pauses.pop().token;
+      flight& f = m_slots[token.slot];
+      if (f.now == flight::state::pausing && f.generation == token.generation) make_ready(token.slot);
+    }
+  }
+
+  // Names waiting for a server get one, in order, while the pool has room (and -qps allows);
+  // when no server is left to ask, they end as timed out.
+  void dispatch(clock::time_point now) {
+    while (!m_ready.empty() && interrupt_signal() == 0) {
+      if (m_pool.exhausted()) {
+        give_up();
+        return;
       }
-      const std::size_t index = m_queued.front();
-      m_queued.remove(index);
-      if (m_slots[index].over_tcp)
-        send_over_tcp(index, now);
-      else if (m_waiting_count == 0 && m_batch.empty())
-        send_alone(index, now);
-      else
-        m_batch.push_back(index);
-    }
-    send_batch();
-  }
-
-  // A connection of its own; it may be refused at once, and then the attempt is over.
-  void send_over_tcp(std::size_t index, clock::time_point now) {
-    flight& f = m_slots[index];
-    f.connection = start_tcp_query(f.transaction, f.name.query, m_server);
-    if (f.connection.want() == tcp_want::done || !watch_connection(index)) {
-      finish_attempt(index, now);
-      return;
-    }
-    start_waiting(index, now);
-  }
-
-  bool watch_connection(std::size_t index) {
-    const tcp_exchange& c = m_slots[index].connection;
-    return m_loop.watch(c.descriptor(), k_connection | index,
-                        c.want() == tcp_want::write ? interest::write : interest::read);
-  }
-
-  void send_alone(std::size_t index, clock::time_point now) {
-    flight& f = m_slots[index];
-    f.own = send_query(f.transaction, f.name.query, m_server);
-    const int descriptor = static_cast<int>(f.own.descriptor());
-    if (descriptor == -1 || !m_loop.watch(descriptor, k_own_socket | index, interest::read)) {
-      f.own.close();
-      finish_attempt(index, now);  // "sock err"
-      return;
-    }
-    start_waiting(index, now);
-  }
-
-  // In queue order, which is input order for first attempts: consecutive queries that go out
-  // from one socket go in one call, and the order in which they leave is the order of the queue.
-  void send_batch() {
-    m_run.clear();
-    std::size_t run_socket = 0;
-    for (const std::size_t index : m_batch) {
+      if (m_extras.pacer && now < m_extras.pacer->next_send()) return;
+      const std::size_t index = m_ready.front();
       flight& f = m_slots[index];
-      prepare(f);
-      const auto socket = shared_socket_for(f);
-      if (!socket) {
-        finish_attempt(index, clock::now());  // no socket to be had: "sock err"
-        continue;
-      }
-      if (*socket != run_socket) send_run(run_socket);
-      run_socket = *socket;
-      m_current_socket = *socket;
-      f.shared = static_cast<int>(*socket);
-      m_matcher.add(static_cast<reply_matcher::attempt_id>(index), *socket, f.transaction.sent);
-      m_run.push_back(index);
+      const auto server = f.follow_up ? std::optional<std::size_t>(f.server) : m_pool.choose(now, f.last_server);
+      if (!server) return;
+      if (m_extras.pacer) m_extras.pacer->sent(now);
+      m_ready.pop_front();
+      f.server = *server;
+      f.ticket = m_pool.sent(*server, now);
+      f.now = flight::state::asking;
+      m_engine.submit(static_cast<exchange_engine::exchange_id>(index), *server, f.name.query, f.transaction,
+                      f.over_tcp);
     }
-    send_run(run_socket);
   }
 
-  void send_run(std::size_t socket) {
-    if (m_run.empty()) return;
-    m_messages.clear();
-    for (const std::size_t index : m_run) m_messages.push_back({m_slots[index].transaction.sent, false});
-    m_pool.send(socket, m_messages);
+  // An exchange ended: a name's attempt, or a check name.
+  void ended(const exchange_engine::finished& done) {
+    if (done.id >= m_slots.size()) {
+      check_ended(done.id - m_slots.size(), done.answered);
+      return;
+    }
+    const std::size_t index = done.id;
+    flight& f = m_slots[index];
     const clock::time_point now = clock::now();
-    for (std::size_t i = 0; i < m_run.size(); ++i) {
-      flight& f = m_slots[m_run[i]];
-      if (m_messages[i].sent) {
-        f.transaction.sent_length = static_cast<std::uint32_t>(f.transaction.sent.size());
-        start_waiting(m_run[i], now);
-      } else {
-        m_matcher.forget(socket, f.transaction.sent);
-        f.shared = -1;
-        finish_attempt(m_run[i], now);  // "sock err"
-      }
-    }
-    m_run.clear();
-  }
-
-  // A shared socket on which the query's ID is free, not the one of the name's last attempt (so
-  // a late reply to that attempt cannot be taken for this one), the one in use when it can be;
-  // a new socket when every one holds the ID.
-  std::optional<std::size_t> shared_socket_for(const flight& f) {
-    if (const auto socket = m_matcher.free_socket(f.transaction.sent, f.last_shared, m_current_socket)) return socket;
-    if (!m_pool.grow()) return std::nullopt;
-    const std::size_t added = m_pool.size() - 1;
-    m_loop.watch(m_pool.descriptor(added), added, interest::read);
-    m_matcher.set_sockets(m_pool.size());
-    return added;
-  }
-
-  // The attempt's bookkeeping before its query goes out on a shared socket, as send_query()
-  // does it for a socket of the attempt's own.
-  void prepare(flight& f) {
+    const attempt_result result = result_of(f.transaction, f.name.query, done.answered);
+    m_pool.ended(f.server, f.ticket, fate_of(f.transaction, result), now, round_trip(f.transaction),
+                 result.rcode.value_or(0));
+    const attempt_verdict verdict = m_plan.after(result, f.counted);
+    if (verdict.counted) ++f.counted;
+    f.attempts.push_back({f.name.query, std::move(f.transaction), done.answered});
     f.transaction.clear();
-    f.name.query.timestamp = now_timestamp();
-    f.name.query.server = m_server.text();
-    f.transaction.sent = f.name.query.packet;
-  }
-
-  void start_waiting(std::size_t index, clock::time_point now) {
-    flight& f = m_slots[index];
-    f.now = flight::state::waiting;
-    f.due = now + m_wait;
-    m_waiting.push(index);
-    ++m_waiting_count;
-  }
-
-  // The attempt is over, by a reply, a time-out or a failed send: it is kept for the report,
-  // and the name goes on to its next attempt or is done. `answered` is what a UDP reply said;
-  // a TCP attempt says it here, from what its connection got.
-  void finish_attempt(std::size_t index, clock::time_point now, bool answered = false) {
-    flight& f = m_slots[index];
-    if (f.now == flight::state::waiting) {
-      m_waiting.remove(index);
-      --m_waiting_count;
-      if (f.shared >= 0) {
-        m_matcher.forget(static_cast<std::size_t>(f.shared), f.transaction.sent);
-        f.last_shared = f.shared;
-        f.shared = -1;
-      } else {
-        m_loop.forget(f.over_tcp ? f.connection.descriptor() : static_cast<int>(f.own.descriptor()), true);
-      }
-    }
-    if (f.over_tcp) {
-      answered = finish_tcp_query(f.transaction, f.name.query, m_server, f.connection);
-      f.connection.close();
-    }
-    f.own.close();  // before any row is written, as one at a time
-    const bool follow_up = f.over_tcp && !m_config.tcp_only;
-    if (!follow_up) ++f.counted;
-    // With -tcp a truncated reply is followed at once by one attempt over TCP, which does not
-    // count against -retry and has no pause before it.
-    const bool truncated = !f.over_tcp && m_config.tcp && !m_config.tcp_only &&
-                           truncated_reply(f.transaction, f.name.query);
-    f.attempts.push_back({f.name.query, std::move(f.transaction), answered});
-    f.transaction.clear();
-    f.over_tcp = m_config.tcp_only != 0 || truncated;
-    const bool more = truncated || (!answered && f.counted <= m_config.retry);
-    if (!more) {
+    f.last_server = f.server;
+    f.over_tcp = verdict.over_tcp;
+    f.follow_up = verdict.next == next_step::tcp_follow_up;
+    if (verdict.next == next_step::done) {
+      // One at a time sleeps the pause after a name's last failed attempt, and (piped) -delay
+      // after every name: the next name waits as long.
+      if (m_one_at_a_time) m_admit_after = now + verdict.pause + (m_config.use_stdin ? m_delay : std::chrono::seconds(0));
       complete(index);
-    } else if (!truncated && m_pause.count() != 0) {
-      f.now = flight::state::pausing;  // -delay: before this name's next attempt only
-      f.due = now + m_pause;
-      m_pausing.push(index);
+    } else if (verdict.pause.count() != 0 && verdict.next == next_step::again) {
+      f.now = flight::state::pausing;  // -delay: before this name's next attempt
+      m_pauses.push(now + verdict.pause, {index, ++f.generation});
     } else {
-      f.now = flight::state::queued;
-      m_queued.push(index);
+      make_ready(index);
     }
+  }
+
+  // With no server left to ask, a name waiting for one ends: with its attempts so far, or, never
+  // sent, as one attempt that got no reply and names no server.
+  void give_up() {
+    while (!m_ready.empty()) {
+      const std::size_t index = m_ready.front();
+      m_ready.pop_front();
+      flight& f = m_slots[index];
+      if (f.attempts.empty()) {
+        finished_attempt never{f.name.query, {}, false};
+        never.query.timestamp = now_timestamp();
+        never.query.server.clear();
+        never.transaction.sent = never.query.packet;
+        never.transaction.sent_length = static_cast<std::uint32_t>(never.query.packet.size());
+        f.attempts.push_back(std::move(never));
+      }
+      complete(index);
+    }
+  }
+
+  // The check names: sent to every resolver before any name goes to it; the zone is that of
+  // the first name to be asked, unless -check_zone names one.
+  void start_checks(const DNS_RES_RECORD& first) {
+    m_checks_started = true;
+    if (m_check_zone.empty()) m_check_zone = parent_zone_of(first.packet);
+    for (std::size_t server = 0; server < m_servers.size(); ++server) send_checks(server);
+  }
+
+  void send_checks(std::size_t server) {
+    m_check.begin(server);
+    query_settings settings = query_settings_of(m_config);
+    const auto type = m_config.asked_type.value_or(static_cast<std::uint16_t>(m_config.query_type));
+    for (std::size_t k = 0; k < k_check_names; ++k) {
+      const std::size_t at = server * k_check_names + k;
+      check_query& c = m_checks[at];
+      c.server = server;
+      build_query_wire(c.query, check_name(m_check_zone), "", type, settings);
+      m_engine.submit(static_cast<exchange_engine::exchange_id>(m_slots.size() + at), server, c.query, c.transaction,
+                      m_plan.first_over_tcp());
+    }
+  }
+
+  void check_ended(std::size_t at, bool answered) {
+    check_query& c = m_checks[at];
+    m_check.record(c.server, classify_check_reply(c.transaction, answered));
+    if (c.transaction.round_trip_us >= 0) m_pool.measured(c.server, round_trip(c.transaction));
+    const clock::time_point now = clock::now();
+    for (std::size_t server = 0; server < m_servers.size(); ++server) {
+      if (m_pool.health(server) != server_health::checking) continue;
+      const auto verdict = m_check.verdict(server);
+      if (!verdict) continue;
+      m_pool.checked(server, *verdict, now);
+      if (*verdict != aside_reason::none) m_why[server] = m_check.account(server);
+    }
+  }
+
+  // Resolvers set aside whose pause is over are asked their check names again.
+  void probe(clock::time_point now) {
+    if (!m_checking || !m_checks_started) return;
+    for (const std::size_t server : m_pool.probes_due(now)) send_checks(server);
+  }
+
+  // The status line says how the resolvers stand, and when names wait for one to come back.
+  void note_progress() {
+    if (m_servers.size() < 2) return;
+    const std::size_t usable = m_pool.count(server_health::usable);
+    const std::size_t aside = m_servers.size() - usable;
+    std::string note = "resolvers " + std::to_string(usable) + " usable, " + std::to_string(aside) + " set aside";
+    if (usable == 0 && m_pool.count(server_health::set_aside) != 0 && !m_ready.empty()) note += ", names wait for a probe";
+    m_progress.set_note(std::move(note));
   }
 
   // The name is done: its report is made now, through the same steps as one at a time, and
@@ -361,74 +341,32 @@ class bulk_scheduler {
     f.attempts.clear();
     f.now = flight::state::free;
     m_free.push_back(index);
-    m_finished_since_wait = true;
+    m_finished_outside = true;
   }
 
-  int wait_timeout_ms() {
+  // The earliest of what the loop waits for besides the wire: a pause's end, a server's pace or
+  // probe, the -qps slot of a name waiting to be sent, the next name one at a time.
+  std::optional<clock::time_point> next_wake(clock::time_point now) {
     // A name finished outside a wait (a failed send, a bad name) may be writable at once, and
     // its slot may take the next name.
-    if (std::exchange(m_finished_since_wait, false)) return 0;
-    const clock::time_point now = clock::now();
-    clock::time_point until = clock::time_point::max();
-    if (!m_waiting.empty()) until = std::min(until, m_slots[m_waiting.front()].due);
-    if (!m_pausing.empty()) until = std::min(until, m_slots[m_pausing.front()].due);
-    if (!m_queued.empty()) until = std::min(until, m_extras.pacer ? m_extras.pacer->next_send() : now);
-    if (until == clock::time_point::max()) return -1;
-    if (until <= now) return 0;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - now).count();
-    return static_cast<int>(std::min<long long>(left, INT32_MAX));
-  }
-
-  // Replies first, then time-outs: an attempt whose reply was not read when the wait ended,
-  // and whose time had run out by then, got no reply in time.
-  void collect(std::span<const ready_event> ready) {
-    const clock::time_point now = clock::now();
-    for (const ready_event& event : ready) {
-      const std::size_t index = static_cast<std::size_t>(event.token & k_slot_bits);
-      if ((event.token & k_own_socket) != 0) {
-        flight& f = m_slots[index];
-        if (f.now != flight::state::waiting || f.shared >= 0 || f.over_tcp) continue;
-        finish_attempt(index, now, take_reply(f.transaction, f.name.query, &m_server.text(), f.own));
-      } else if ((event.token & k_connection) != 0) {
-        flight& f = m_slots[index];
-        if (f.now != flight::state::waiting || !f.over_tcp) continue;
-        // The connection goes as far as it can; it may want the other direction next.
-        if (f.connection.step() == tcp_want::done || !watch_connection(index)) finish_attempt(index, now);
-      } else {
-        read_shared(index, now);
-      }
-    }
-    while (!m_waiting.empty() && m_slots[m_waiting.front()].due <= now) finish_attempt(m_waiting.front(), now);
-    while (!m_pausing.empty() && m_slots[m_pausing.front()].due <= now) {
-      const std::size_t index = m_pausing.front();
-      m_pausing.remove(index);
-      m_slots[index].now = flight::state::queued;
-      m_queued.push(index);
-    }
-  }
-
-  void read_shared(std::size_t socket, clock::time_point now) {
-    const auto query_of = [this](reply_matcher::attempt_id a) -> std::span<const std::uint8_t> {
-      return m_slots[a].transaction.sent;
+    if (std::exchange(m_finished_outside, false)) return now;
+    std::optional<clock::time_point> next;
+    const auto consider = [&](clock::time_point at) {
+      if (!next || at < *next) next = at;
     };
-    // Until a batch comes back short: the socket then held no more (the loop reports it again
-    // when more arrives), and one more call would only say so.
-    for (bool more = true; more;) {
-      const auto batch = m_pool.receive(socket);
-      more = batch.size() == udp_pool::batch_size();
-      for (const std::span<const std::uint8_t> datagram : batch) {
-        // One at a time an empty datagram counts as nothing received (a "timeout" row); here it
-        // answers nobody, and the attempt's time runs out to the same row.
-        if (datagram.empty()) continue;
-        const auto found = m_matcher.find(socket, datagram, query_of);
-        if (!found) {
-          ++m_strays;
-          continue;
-        }
-        flight& f = m_slots[*found];
-        finish_attempt(*found, now, accept_reply(f.transaction, f.name.query, &m_server.text(), datagram));
+    while (!m_pauses.empty()) {
+      const pause_token& token = m_pauses.top_token();
+      const flight& f = m_slots[token.slot];
+      if (f.now == flight::state::pausing && f.generation == token.generation) {
+        consider(m_pauses.next());
+        break;
       }
+      m_pauses.pop();
     }
+    if (const auto change = m_pool.next_change(now)) consider(*change);
+    if (!m_ready.empty() && m_extras.pacer) consider(m_extras.pacer->next_send());
+    if (m_one_at_a_time && !m_input_done && m_free.size() == m_slots.size() && m_admit_after > now) consider(m_admit_after);
+    return next;
   }
 
   // Every name that may be written now, through one flush. The heading goes in front of the
@@ -461,27 +399,27 @@ class bulk_scheduler {
   name_outcome& m_worst;
   std::vector<flight> m_slots;
   std::vector<std::size_t> m_free;
-  slot_fifo m_queued;
-  slot_fifo m_waiting;
-  slot_fifo m_pausing;
-  std::size_t m_waiting_count = 0;
-  const clock::duration m_wait;
-  const clock::duration m_pause;
+  std::deque<std::size_t> m_ready;
+  deadline_heap<pause_token> m_pauses;
+  const attempt_plan m_plan;
+  const std::vector<server_address> m_servers;
+  const bool m_checking;  // the resolvers are checked before they take names
+  std::vector<check_query> m_checks;
+  exchange_engine m_engine;
+  server_pool m_pool;
+  resolver_check m_check;
+  std::vector<std::string> m_why;  // why a resolver was set aside by its check
+  std::vector<std::uint8_t> m_check_zone;
+  bool m_checks_started = false;
   hold_queue m_hold;
-  const server_address m_server;
+  const bool m_one_at_a_time;
+  const std::chrono::seconds m_delay{static_cast<unsigned>(m_config.delay)};  // sleep()'s unsigned, as always
+  clock::time_point m_admit_after{};
   bool m_heading_pending;
-  event_loop m_loop;
-  udp_pool m_pool;
-  reply_matcher m_matcher;
-  std::vector<std::size_t> m_batch;
-  std::vector<std::size_t> m_run;  // the queries going out from one socket in one call
-  std::size_t m_current_socket = 0;
-  std::vector<udp_pool::outgoing> m_messages;
-  std::uint64_t m_strays = 0;
   report_row m_render;
   bool m_input_done = false;
   bool m_output_failed = false;
-  bool m_finished_since_wait = false;
+  bool m_finished_outside = false;
 };
 
 }  // namespace
@@ -500,6 +438,9 @@ bulk_result run_bulk(std::ostream& out, input_params& config, const query_source
                      run_progress& progress, name_outcome& worst, std::uint64_t lines_before) {
   bulk_scheduler scheduler(out, config, next, extras, progress, worst, lines_before);
   const bulk_result result = scheduler.run();
-  if (extras.summary) extras.summary->count_strays(scheduler.strays());
+  if (extras.summary) {
+    extras.summary->count_strays(scheduler.strays());
+    if (!config.resolvers.empty()) extras.summary->set_servers(scheduler.server_summaries());
+  }
   return result;
 }

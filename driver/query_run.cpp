@@ -3,6 +3,7 @@
 #include <chrono>
 #include <optional>
 
+#include "net/attempt_plan.h"
 #include "net/event_loop.h"
 #include "net/interrupt.h"
 #include "report/name_object_writer.h"
@@ -48,15 +49,18 @@ std::optional<name_outcome> attempts(std::ostream& out, dns_packet_transaction& 
     out.flush();
     return true;
   };
-  for (std::int32_t attempt = 0;; ++attempt) {
+  const attempt_plan plan(config.retry, config.delay, config.tcp != 0, config.tcp_only != 0, config.retry_rcodes);
+  std::int32_t counted = 0;
+  for (bool over_tcp = plan.first_over_tcp();;) {
     bool answered = false;
-    if (!attempt_once(config.tcp_only != 0, answered)) return std::nullopt;
-    if (config.tcp && !config.tcp_only && truncated_reply(transaction, query) && !attempt_once(true, answered))
-      return std::nullopt;
-    if (answered) return classify_attempt(transaction, answered);
+    if (!attempt_once(over_tcp, answered)) return std::nullopt;
+    const attempt_verdict verdict = plan.after(result_of(transaction, query, answered), counted);
+    if (verdict.counted) ++counted;
+    over_tcp = verdict.over_tcp;
+    if (verdict.next == next_step::tcp_follow_up) continue;
     // The pause follows every failed attempt, the last one included.
-    if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));
-    if (attempt >= config.retry) return classify_attempt(transaction, answered);
+    if (verdict.pause.count() != 0) pause_seconds(static_cast<unsigned>(verdict.pause.count()));
+    if (verdict.next == next_step::done) return classify_attempt(transaction, answered);
     if (interrupt_signal() != 0) return std::nullopt;
   }
 }

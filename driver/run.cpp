@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -64,7 +65,9 @@ struct run_state {
         extras{pacer.limited() ? &pacer : nullptr, &summary}, continuing(continues_report) {}
 };
 
-bool bulk_mode(const input_params& config) { return config.inflight > 1; }
+// Many names in flight, or a pool of resolvers, which the bulk run drives (one name at a time
+// without -inflight).
+bool bulk_mode(const input_params& config) { return config.inflight > 1 || !config.resolvers.empty(); }
 
 // The name is encoded as the lookup option encodes it, whatever type -qtype asks for.
 bool build(DNS_RES_RECORD& query, const std::string& name, const input_params& config) {
@@ -225,6 +228,15 @@ int zib_main(int argc, char** argv) {
     print_error("prob opening results file: %s for writing\n", config.results_file.c_str());
     return k_exit_fatal;
   }
+  // -stats_json: opened now, so that a file that cannot be written stops the run before it asks.
+  std::ofstream stats_file;
+  if (!config.stats_json.empty()) {
+    stats_file.open(config.stats_json, std::ios::trunc);
+    if (!stats_file) {
+      print_error("prob opening stats file: %s for writing\n", config.stats_json.c_str());
+      return k_exit_fatal;
+    }
+  }
   // -append to a report already begun (a resumed run): one header and one heading in the file.
   const bool continuing = config.append != 0 && results.holds_data();
   std::ostream out(&results);
@@ -263,6 +275,14 @@ int zib_main(int argc, char** argv) {
     std::ostringstream summary;  // one write, so the lines cannot interleave with another process's
     run.summary.write(summary, run.progress.elapsed_seconds());
     std::fputs(summary.str().c_str(), stderr);
+  }
+  if (stats_file.is_open()) {
+    run.summary.write_json(stats_file, run.progress.elapsed_seconds());
+    stats_file.close();
+    if (!stats_file) {
+      print_error("prob writing stats file: %s\n", config.stats_json.c_str());
+      return k_exit_fatal;
+    }
   }
   return exit_status(config.strict_exit ? static_cast<int>(worst) : k_exit_ok);
 }

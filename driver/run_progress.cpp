@@ -32,6 +32,7 @@ void run_progress::set_input_size(std::uint64_t size, std::uint64_t skipped) {
 std::string run_progress::text() const {
   const double elapsed = elapsed_seconds();
   std::string text = m_summary.progress_text(elapsed);
+  if (!m_note.empty()) text += ", " + m_note;
   if (m_input_size == 0) return text;
   const double done = static_cast<double>(std::min(m_input_done, m_input_size));
   char share[96];

@@ -16,6 +16,8 @@ class run_progress {
   run_progress(bool shown, const run_summary& summary);
   // The input is `size` bytes long; `skipped` of them precede the first name asked.
   void set_input_size(std::uint64_t size, std::uint64_t skipped);
+  // A few words the line ends with (how the resolvers stand); empty: none.
+  void set_note(std::string note) { m_note = std::move(note); }
   // The names up to this many bytes of input are written.
   void input_done(std::uint64_t bytes) { m_input_done = bytes; }
   // Redraws the line when a quarter of a second has passed since the last time.
@@ -35,4 +37,5 @@ class run_progress {
   std::uint64_t m_input_size = 0;  // 0: unknown
   std::uint64_t m_input_skipped = 0;
   std::uint64_t m_input_done = 0;
+  std::string m_note;
 };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "net/interrupt.h"
@@ -32,7 +33,7 @@ constexpr std::uint64_t k_interrupt_token = UINT64_MAX;
 // What each descriptor is watched for, by descriptor number; descriptors are small numbers.
 class watch_table {
  public:
-  static constexpr std::uint8_t none = 0, reading = 1, writing = 2;
+  static constexpr std::uint8_t none = 0, reading = 1, writing = 2, both = 3;
   std::uint8_t at(int descriptor) const {
     return static_cast<std::size_t>(descriptor) < m_state.size() ? m_state[static_cast<std::size_t>(descriptor)] : none;
   }
@@ -45,7 +46,9 @@ class watch_table {
   std::vector<std::uint8_t> m_state;
 };
 
-std::uint8_t state_of(interest what) { return what == interest::read ? watch_table::reading : watch_table::writing; }
+std::uint8_t state_of(interest what) {
+  return what == interest::read ? watch_table::reading : what == interest::write ? watch_table::writing : watch_table::both;
+}
 
 // Room for this many events per wait at first; it doubles while waits come back full.
 constexpr std::size_t k_first_batch = 64;
@@ -76,7 +79,7 @@ struct event_loop::backend {
 
   bool watch(int descriptor, std::uint64_t token, interest what) {
     epoll_event event{};
-    event.events = what == interest::read ? EPOLLIN : EPOLLOUT;
+    event.events = what == interest::read ? EPOLLIN : what == interest::write ? EPOLLOUT : EPOLLIN | EPOLLOUT;
     event.data.u64 = token;
     const int op = watched.at(descriptor) == watch_table::none ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
     if (set == -1 || ::epoll_ctl(set, op, descriptor, &event) != 0) return false;
@@ -132,10 +135,15 @@ struct event_loop::backend {
   bool watch(int descriptor, std::uint64_t token, interest what) {
     if (queue == -1) return false;
     const std::uint8_t was = watched.at(descriptor);
-    if (was != watch_table::none && was != state_of(what))
-      change(descriptor, was == watch_table::reading ? EVFILT_READ : EVFILT_WRITE, EV_DELETE, 0);
-    change(descriptor, what == interest::read ? EVFILT_READ : EVFILT_WRITE, EV_ADD | EV_ENABLE, token);
-    watched.set(descriptor, state_of(what));
+    const std::uint8_t now = state_of(what);
+    // Each filter is added for what is watched now and deleted for what no longer is.
+    for (const auto& [bit, filter] : {std::pair{watch_table::reading, EVFILT_READ}, {watch_table::writing, EVFILT_WRITE}}) {
+      if ((now & bit) != 0)
+        change(descriptor, filter, EV_ADD | EV_ENABLE, token);
+      else if ((was & bit) != 0)
+        change(descriptor, filter, EV_DELETE, 0);
+    }
+    watched.set(descriptor, now);
     return true;
   }
 
@@ -147,7 +155,8 @@ struct event_loop::backend {
       // already holds goes away with the close.
       std::erase_if(changes, [&](const struct kevent& e) { return e.ident == static_cast<uintptr_t>(descriptor); });
     } else {
-      change(descriptor, was == watch_table::reading ? EVFILT_READ : EVFILT_WRITE, EV_DELETE, 0);
+      if ((was & watch_table::reading) != 0) change(descriptor, EVFILT_READ, EV_DELETE, 0);
+      if ((was & watch_table::writing) != 0) change(descriptor, EVFILT_WRITE, EV_DELETE, 0);
     }
     watched.set(descriptor, watch_table::none);
   }
@@ -192,7 +201,7 @@ struct event_loop::backend {
       polled.push_back({descriptor, 0, 0});
       tokens.push_back(0);
     }
-    polled[position[d]].events = what == interest::read ? POLLIN : POLLOUT;
+    polled[position[d]].events = what == interest::read ? POLLIN : what == interest::write ? POLLOUT : POLLIN | POLLOUT;
     tokens[position[d]] = token;
     return true;
   }

@@ -10,7 +10,7 @@
 #include <memory>
 #include <span>
 
-enum class interest : std::uint8_t { read, write };
+enum class interest : std::uint8_t { read, write, both };
 
 struct ready_event {
   std::uint64_t token;

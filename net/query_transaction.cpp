@@ -42,9 +42,6 @@ std::uint16_t raw_id(const shared_bytes& message) {
   return static_cast<std::uint16_t>(low | reader.u8() << 8);
 }
 
-constexpr std::uint16_t k_rcode_noerror = 0;
-constexpr std::uint16_t k_rcode_nxdomain = 3;
-
 using steady = std::chrono::steady_clock;
 
 // Waits until `descriptor` is ready for `events` or `deadline` (none: no limit) has passed;
@@ -66,6 +63,13 @@ bool wait_for(int descriptor, short events, const std::optional<steady::time_poi
 }
 
 }  // namespace
+
+void stamp_sending(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const server_address& to) {
+  query.timestamp = now_timestamp();
+  query.server = to.text();
+  transaction.server_port = to.port();
+  transaction.sent_monotonic_us = monotonic_micros();
+}
 
 name_outcome classify_attempt(const dns_packet_transaction& transaction, bool answered) {
   if (transaction.sent_length == 0 || transaction.received_length == 0) return name_outcome::no_reply;
@@ -98,8 +102,7 @@ qv::socket send_query(dns_packet_transaction& transaction, DNS_RES_RECORD& query
   transaction.clear();
   qv::socket link;
   if (query.packet.empty()) return link;
-  query.timestamp = now_timestamp();
-  query.server = to.text();
+  stamp_sending(transaction, query, to);
   if (!link.open(k_kind_datagram, static_cast<std::uint32_t>(to.family()))) return link;
   transaction.sent = query.packet;
   if (!link.send_to(transaction.sent.data(), transaction.sent.size(), to.data(), to.size())) {
@@ -133,6 +136,7 @@ bool accept_reply(dns_packet_transaction& transaction, const DNS_RES_RECORD& que
   if (transaction.received_length == 0) return false;  // an empty datagram counts as none
   transaction.received = datagram;
   transaction.received_at = now_timestamp();
+  if (transaction.sent_monotonic_us >= 0) transaction.round_trip_us = monotonic_micros() - transaction.sent_monotonic_us;
 
   // A reply with a foreign ID is still parsed, so its records are reported; the ID decides
   // only whether the attempt is repeated.
@@ -156,8 +160,7 @@ tcp_exchange start_tcp_query(dns_packet_transaction& transaction, DNS_RES_RECORD
   tcp_exchange exchange;
   if (query.packet.empty()) return exchange;
   // The time of sending is when the connection starts: the round trip covers connecting too.
-  query.timestamp = now_timestamp();
-  query.server = to.text();
+  stamp_sending(transaction, query, to);
   exchange.start(to, query.packet);
   return exchange;
 }

@@ -32,6 +32,11 @@ name_outcome classify_attempt(const dns_packet_transaction& transaction, bool an
 // wins over -timeout.
 int attempt_wait_ms(const input_params& config);
 
+// An attempt begins: the query is stamped with the time of sending and the server's address
+// text, and the transaction with the server's port and the monotonic time its round trip counts
+// from.
+void stamp_sending(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const server_address& to);
+
 // One attempt over UDP. True when a reply arrived, parsed, and carries the query's ID.
 bool exchange(dns_packet_transaction& transaction, DNS_RES_RECORD& query, const server_address& to, int wait_ms);
 

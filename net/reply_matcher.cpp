@@ -63,29 +63,23 @@ std::uint16_t reply_matcher::raw_id(std::span<const std::uint8_t> message) {
   return static_cast<std::uint16_t>(low | reader.u8() << 8);
 }
 
-void reply_matcher::set_sockets(std::size_t count) {
-  if (count > m_tables.size()) m_tables.resize(count);
-}
-
-std::optional<std::size_t> reply_matcher::free_socket(std::span<const std::uint8_t> query, int avoid,
-                                                      std::size_t prefer) const {
-  const std::size_t id = raw_id(query) & 0xFF;
-  for (std::size_t step = 0; step < m_tables.size(); ++step) {
-    const std::size_t socket = (prefer + step) % m_tables.size();
-    if (static_cast<int>(socket) != avoid && m_tables[socket][id].attempt == k_none) return socket;
-  }
-  return std::nullopt;
-}
-
-void reply_matcher::add(attempt_id attempt, std::size_t socket, std::span<const std::uint8_t> query) {
-  id_slot& slot = m_tables[socket][raw_id(query) & 0xFF];
+void reply_matcher::add(attempt_id attempt, std::size_t socket, std::size_t server, std::span<const std::uint8_t> query) {
+  id_slot& slot = m_slots[key(socket, server, static_cast<std::uint8_t>(raw_id(query) & 0xFF))];
   slot.attempt = attempt;
   slot.id = raw_id(query);
 }
 
-void reply_matcher::forget(std::size_t socket, std::span<const std::uint8_t> query) {
-  const std::size_t id = raw_id(query) & 0xFF;
-  id_slot& slot = m_tables[socket][id];
-  slot.attempt = k_none;
-  slot.last_question = question_hash(query).value_or(0);
+void reply_matcher::forget(std::size_t socket, std::size_t server, std::span<const std::uint8_t> query) {
+  const std::uint64_t slot_key = key(socket, server, static_cast<std::uint8_t>(raw_id(query) & 0xFF));
+  const auto found = m_slots.find(slot_key);
+  if (found == m_slots.end()) return;
+  m_slots.erase(found);
+  const auto question = question_hash(query);
+  if (!question) return;
+  m_release_order.push_back(released_key(slot_key, *question));
+  m_released.insert(m_release_order.back());
+  if (m_release_order.size() > k_remembered) {
+    m_released.erase(m_released.find(m_release_order.front()));
+    m_release_order.pop_front();
+  }
 }

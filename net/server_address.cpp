@@ -36,3 +36,48 @@ server_address server_of(const input_params& config) {
   }
   return server_address::ipv4(config.server, config.port);
 }
+
+server_address server_address::of(const resolver_entry& entry) {
+  const std::uint16_t port = entry.port.value_or(53);
+  if (entry.ipv6) {
+    if (auto server = ipv6(entry.address, port)) return *server;
+  }
+  return ipv4(entry.address, port);
+}
+
+std::uint16_t server_address::port() const {
+  if (m_address.ss_family == AF_INET6) return ntohs(reinterpret_cast<const sockaddr_in6*>(&m_address)->sin6_port);
+  return ntohs(reinterpret_cast<const sockaddr_in*>(&m_address)->sin_port);
+}
+
+std::vector<server_address> servers_of(const input_params& config) {
+  if (config.resolvers.empty()) return {server_of(config)};
+  std::vector<server_address> servers;
+  for (const resolver_entry& entry : config.resolvers) servers.push_back(server_address::of(entry));
+  return servers;
+}
+
+// The family, port and address bytes: what tells two senders apart.
+std::string server_index::key_of(const sockaddr* address, socklen_t size) {
+  std::string key;
+  if (address->sa_family == AF_INET && size >= static_cast<socklen_t>(sizeof(sockaddr_in))) {
+    const auto* in = reinterpret_cast<const sockaddr_in*>(address);
+    key.assign(reinterpret_cast<const char*>(&in->sin_port), sizeof in->sin_port);
+    key.append(reinterpret_cast<const char*>(&in->sin_addr), sizeof in->sin_addr);
+  } else if (address->sa_family == AF_INET6 && size >= static_cast<socklen_t>(sizeof(sockaddr_in6))) {
+    const auto* in6 = reinterpret_cast<const sockaddr_in6*>(address);
+    key.assign(reinterpret_cast<const char*>(&in6->sin6_port), sizeof in6->sin6_port);
+    key.append(reinterpret_cast<const char*>(&in6->sin6_addr), sizeof in6->sin6_addr);
+  }
+  return key;
+}
+
+void server_index::add(const server_address& server, std::size_t index) {
+  m_indexes.emplace(key_of(server.data(), server.size()), index);
+}
+
+std::optional<std::size_t> server_index::find(const sockaddr* from, socklen_t size) const {
+  const auto found = m_indexes.find(key_of(from, size));
+  if (found == m_indexes.end()) return std::nullopt;
+  return found->second;
+}

@@ -3,10 +3,16 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
+#include <fstream>
 #include <iostream>
+#include <sstream>
 #include <string_view>
 
+#include "dns/message_header.h"
+#include "dns/query_builder.h"
 #include "dns/record_types.h"
 
 namespace {
@@ -60,6 +66,7 @@ constexpr bounded_option k_hold_mb{"-hold_mb", "hold_mb", 1, 65536};
 constexpr bounded_option k_skip_lines{"-skip_lines", "skip_lines", 0, INT64_MAX};
 // RFC 6891 section 6.2.3: a size below 512 is read as 512, so it is no use asking for one.
 constexpr bounded_option k_edns{"-edns", "edns", 512, 65535};
+constexpr bounded_option k_resolver_qps{"-resolver_qps", "resolver_qps", 1, 10000000};
 constexpr std::int32_t k_dnssec_edns = 1232;  // what -dnssec offers alone: fits one unfragmented datagram
 
 template <typename Number>
@@ -94,10 +101,44 @@ bool take_asked_type(arg_list& args, std::optional<std::uint16_t>& type) {
   return false;
 }
 
-// -server or -server6, exactly one of them. False with the message written.
+// -resolvers: the file read and checked now, so that a bad list stops the run before anything
+// is asked. False with the message written.
+bool read_resolvers(const std::string& path, input_params& config) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  if (file) text << file.rdbuf();
+  if (!file || file.bad()) {
+    std::cerr << "resolvers file " << path << ": " << std::strerror(errno != 0 ? errno : EIO) << '\n';
+    return false;
+  }
+  const resolver_list list = read_resolver_list(text.str());
+  if (list.bad_line != 0) {
+    std::cerr << "resolvers file " << path << ", line " << list.bad_line << ": not an address: " << list.bad_text
+              << '\n';
+    return false;
+  }
+  if (list.entries.empty()) {
+    std::cerr << "resolvers file " << path << ": no resolver in it\n";
+    return false;
+  }
+  config.resolvers_file = path;
+  config.resolvers = list.entries;
+  return true;
+}
+
+// -server, -server6 or -resolvers, exactly one of them. False with the message written.
 bool take_server(arg_list& args, input_params& config) {
   auto address6 = take_value(args, "-server6");
   auto address = take_value(args, "-server");
+  const auto resolvers = take_value(args, "-resolvers");
+  if (resolvers) {
+    if (address || address6) {
+      std::cerr << "use one of -server, -server6 and -resolvers\n";
+      return false;
+    }
+    errno = 0;
+    return read_resolvers(*resolvers, config);
+  }
   if (address6) {
     if (address) {
       std::cerr << "use -server or -server6, not both\n";
@@ -118,6 +159,63 @@ bool take_server(arg_list& args, input_params& config) {
     return false;
   }
   config.server = std::move(*address);
+  return true;
+}
+
+// -retry_rcodes: response codes by name or number (0 to 4095, with EDNS's upper bits), joined
+// by commas, or "none".
+bool take_retry_rcodes(arg_list& args, input_params& config) {
+  const auto value = take_value(args, "-retry_rcodes");
+  if (!value) {
+    if (config.resolvers.size() > 1) config.retry_rcodes = {k_rcode_servfail, k_rcode_refused};
+    return true;
+  }
+  if (to_lower_ascii(*value) == "none") return true;
+  std::string_view rest = *value;
+  while (true) {
+    const auto comma = rest.find(',');
+    const std::string_view item = rest.substr(0, comma);
+    std::int64_t number = -1;
+    if (const auto code = rcode_code(item)) {
+      config.retry_rcodes.push_back(*code);
+    } else if (read_strict_number(item, number) && number >= 0 && number <= 4095) {
+      config.retry_rcodes.push_back(static_cast<std::uint16_t>(number));
+    } else {
+      std::cerr << "invalid retry_rcodes: " << *value << '\n';
+      return false;
+    }
+    if (comma == std::string_view::npos) return true;
+    rest.remove_prefix(comma + 1);
+  }
+}
+
+// Every resolver gets its port; the same address and port given twice, in whatever text form
+// (2001:DB8::1 and 2001:db8::1), counts once.
+void settle_resolvers(input_params& config) {
+  std::vector<resolver_entry> kept;
+  std::vector<std::string> keys;
+  for (resolver_entry entry : config.resolvers) {
+    if (!entry.port) entry.port = config.port;
+    std::uint8_t bytes[sizeof(in6_addr)] = {};
+    ::inet_pton(entry.ipv6 ? AF_INET6 : AF_INET, entry.address.c_str(), bytes);
+    std::string key(reinterpret_cast<const char*>(bytes), entry.ipv6 ? 16 : 4);
+    key += std::to_string(*entry.port);
+    if (std::find(keys.begin(), keys.end(), key) != keys.end()) continue;
+    keys.push_back(key);
+    kept.push_back(entry);
+  }
+  config.resolvers = std::move(kept);
+}
+
+// -check_zone: any name a query can carry; "." is the root.
+bool take_check_zone(arg_list& args, input_params& config) {
+  const auto value = take_value(args, "-check_zone");
+  if (!value) return true;
+  if (*value != "." && !encode_name("x." + *value)) {
+    std::cerr << "invalid check_zone: " << *value << '\n';
+    return false;
+  }
+  config.check_zone = *value;
   return true;
 }
 
@@ -176,8 +274,12 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
   const bool valid = take_bounded(args, k_port, port) && take_bounded(args, k_timeout_ms, timeout_ms) &&
                      take_bounded(args, k_qps, qps) && take_bounded(args, k_inflight, inflight) &&
                      take_bounded(args, k_hold_mb, hold_mb) && take_bounded(args, k_skip_lines, skip_lines) &&
-                     take_asked_type(args, asked_type) && take_bounded(args, k_edns, edns);
+                     take_asked_type(args, asked_type) && take_bounded(args, k_edns, edns) &&
+                     take_bounded(args, k_resolver_qps, resolver_qps) && take_retry_rcodes(args, *this) &&
+                     take_check_zone(args, *this);
   if (!valid) return 0;
+  if (auto value = take_value(args, "-stats_json")) stats_json = std::move(*value);
+  settle_resolvers(*this);
   if (dnssec && edns == 0) edns = k_dnssec_edns;
   return 1;
 }

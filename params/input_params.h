@@ -5,7 +5,10 @@
 #include <optional>
 #include <string>
 
+#include <vector>
+
 #include "params/cmd_params.h"
+#include "params/resolver_list.h"
 
 class input_params : public cmd_params {
  public:
@@ -49,4 +52,15 @@ class input_params : public cmd_params {
   std::uint8_t dnssec = 0;      // -dnssec: the OPT record's DO bit (and -edns 1232 unless given)
   std::uint8_t tcp = 0;         // -tcp: a truncated UDP reply is followed by one attempt over TCP
   std::uint8_t tcp_only = 0;    // -tcp_only: every attempt over TCP
+  // -resolvers FILE: the servers a run spreads its queries over, in file order, each port
+  // resolved (-port, or 53) and each address once; empty without the switch.
+  std::string resolvers_file;
+  std::vector<resolver_entry> resolvers;
+  // -retry_rcodes: a reply with one of these response codes counts as a failed attempt and the
+  // name is asked again (elsewhere, with -resolvers). Without the switch: SERVFAIL and REFUSED
+  // when there are resolvers to go to, none otherwise.
+  std::vector<std::uint16_t> retry_rcodes;
+  std::int32_t resolver_qps = 0;  // -resolver_qps: at most this many queries a second to each resolver
+  std::string check_zone;         // -check_zone: where the resolvers' check names are made up
+  std::string stats_json;         // -stats_json: the run's summary as one JSON document
 };

@@ -263,7 +263,8 @@ void write_json_row(const DNS_RES_RECORD& record, std::ostream& out, std::string
   json_string_member(line, "status", status);
   json_number_member(line, "id", record.id);
   json_string_member(line, "server", record.server);
-  json_number_member(line, "port", config.port);
+  // The attempt's own server: a run with -resolvers asks many.
+  json_number_member(line, "port", context.transaction != nullptr ? context.transaction->server_port : config.port);
   json_transport_member(line, context.transaction);
   json_time_member(line, record.timestamp);
   json_number_member(line, "type", record.type);

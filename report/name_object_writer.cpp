@@ -79,8 +79,17 @@ void write_json_name(std::ostream& out, const name_result& name, const input_par
   json_string_member(line, "asked", name.asked);
   query_member(line, name.query);
   type_members(line, config.asked_type.value_or(static_cast<std::uint16_t>(config.query_type)));
-  json_string_member(line, "server", config.server);
-  json_number_member(line, "port", config.port);
+  // The last attempt's server; a bad name asked none: the run's one server, or null among many.
+  if (name.query != nullptr && name.transaction != nullptr) {
+    json_string_member(line, "server", name.query->server);
+    json_number_member(line, "port", name.transaction->server_port);
+  } else if (config.resolvers.empty()) {
+    json_string_member(line, "server", config.server);
+    json_number_member(line, "port", config.port);
+  } else {
+    json_null_member(line, "server");
+    json_null_member(line, "port");
+  }
   if (name.query != nullptr)
     json_time_member(line, name.query->timestamp);
   else

@@ -7,6 +7,7 @@
 
 #include "dns/edns.h"
 #include "dns/message_header.h"
+#include "report/json_writer.h"
 
 namespace {
 
@@ -27,6 +28,18 @@ std::string milliseconds(std::uint64_t micros) {
 
 double per_second(std::uint64_t count, double seconds) { return seconds > 0 ? count / seconds : 0.0; }
 
+std::string decimal(double value, int places) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.*f", places, value);
+  return text;
+}
+
+// An IPv6 address goes in brackets before its port.
+std::string server_text(const server_summary& s) {
+  const bool v6 = s.address.find(':') != std::string::npos;
+  return (v6 ? "[" + s.address + "]" : s.address) + ":" + std::to_string(s.port);
+}
+
 }  // namespace
 
 void name_tally::count_row(std::string_view status) {
@@ -46,10 +59,11 @@ void name_tally::count_attempt(const dns_packet_transaction& transaction, const 
     const auto* named = header ? std::find(std::begin(k_named_rcodes), std::end(k_named_rcodes), rcode)
                                : std::end(k_named_rcodes);
     note.rcode_slot = static_cast<std::uint8_t>(named - std::begin(k_named_rcodes));
-    // Both times come from the wall clock; a step back must not wrap around.
+    // From the monotonic clock where the exchange measured it; else from the wall clock, where a
+    // step back must not wrap around.
     const std::uint64_t ticks =
         transaction.received_at > query.timestamp ? transaction.received_at - query.timestamp : 0;
-    note.rtt_micros = ticks / 10;
+    note.rtt_micros = transaction.round_trip_us >= 0 ? static_cast<std::uint64_t>(transaction.round_trip_us) : ticks / 10;
   }
   m_attempts.push_back(note);
 }
@@ -125,4 +139,72 @@ void run_summary::write(std::ostream& out, double elapsed_seconds) const {
   if (m_truncated != 0 || m_tcp_attempts != 0)
     out << "truncated replies " << m_truncated << ", tcp attempts " << m_tcp_attempts << '\n';
   if (m_strays != 0) out << "strays: " << m_strays << " (replies to no query in flight: late, repeated or foreign)\n";
+  for (const server_summary& server : m_servers) write_server(out, server);
+}
+
+void run_summary::write_server(std::ostream& out, const server_summary& s) {
+  out << "resolver " << server_text(s) << ": queries " << s.queries << ", answers " << s.answers << ", timeouts "
+      << s.timeouts << ", refused " << s.refused << ", servfail " << s.servfail << ", rtt ms p50 "
+      << (s.median_rtt_ms ? decimal(*s.median_rtt_ms, 3) : std::string("-")) << ", rate "
+      << (s.rate > 0 ? decimal(s.rate, 0) + "/s" : std::string("-")) << ", " << s.state;
+  if (!s.reason.empty()) out << ": " << s.reason;
+  if (!s.check.empty()) out << " (" << s.check << ")";
+  out << '\n';
+}
+
+void run_summary::write_json(std::ostream& out, double elapsed_seconds) const {
+  std::string doc = "{";
+  json_number_member(doc, "names", m_names);
+  json_number_member(doc, "attempts", m_attempts);
+  json_key(doc, "seconds");
+  doc += decimal(elapsed_seconds, 3);
+  json_key(doc, "names_per_second");
+  doc += decimal(per_second(m_names, elapsed_seconds), 0);
+  std::string rows = "{";
+  for (std::size_t i = 0; i < k_status_words.size(); ++i) json_number_member(rows, k_status_words[i], m_rows[i]);
+  json_key(doc, "rows");
+  doc += rows + "}";
+  std::string rcodes = "{";
+  for (std::size_t i = 0; i < std::size(k_named_rcodes); ++i) json_number_member(rcodes, rcode_name(k_named_rcodes[i]), m_rcodes[i]);
+  json_number_member(rcodes, "other", m_rcodes.back());
+  json_key(doc, "rcodes");
+  doc += rcodes + "}";
+  json_key(doc, "rtt_ms");
+  if (m_replies == 0) {
+    doc += "null";
+  } else {
+    std::string rtt = "{";
+    for (const auto& [name, micros] : {std::pair{"p50", percentile(0.50)}, {"p95", percentile(0.95)},
+                                       {"p99", percentile(0.99)}, {"max", m_rtt_max}}) {
+      json_key(rtt, name);
+      rtt += milliseconds(micros);
+    }
+    doc += rtt + "}";
+  }
+  json_number_member(doc, "truncated_replies", m_truncated);
+  json_number_member(doc, "tcp_attempts", m_tcp_attempts);
+  json_number_member(doc, "strays", m_strays);
+  json_key(doc, "resolvers");
+  doc += '[';
+  for (std::size_t i = 0; i < m_servers.size(); ++i) {
+    const server_summary& s = m_servers[i];
+    std::string one = "{";
+    json_string_member(one, "address", s.address);
+    json_number_member(one, "port", s.port);
+    json_number_member(one, "queries", s.queries);
+    json_number_member(one, "answers", s.answers);
+    json_number_member(one, "timeouts", s.timeouts);
+    json_number_member(one, "refused", s.refused);
+    json_number_member(one, "servfail", s.servfail);
+    json_key(one, "median_rtt_ms");
+    one += s.median_rtt_ms ? decimal(*s.median_rtt_ms, 3) : std::string("null");
+    json_key(one, "rate");
+    one += decimal(s.rate, 0);
+    json_string_member(one, "state", s.state);
+    if (s.reason.empty()) json_null_member(one, "reason"); else json_string_member(one, "reason", s.reason);
+    if (s.check.empty()) json_null_member(one, "check"); else json_string_member(one, "check", s.check);
+    doc += (i ? "," : "") + one + "}";
+  }
+  doc += "]}\n";
+  out << doc;
 }

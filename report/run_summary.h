@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -47,18 +48,34 @@ class name_tally {
   std::uint32_t m_truncated = 0;
 };
 
+// One server of a run with -resolvers, as -stats and -stats_json show it.
+struct server_summary {
+  std::string address;
+  std::uint16_t port = 0;
+  std::uint64_t queries = 0, answers = 0, timeouts = 0, refused = 0, servfail = 0;
+  std::optional<double> median_rtt_ms;
+  double rate = 0;     // queries a second its pace allowed at the end; 0: not paced
+  std::string state;   // "usable", "set aside", "lying", "checking"
+  std::string reason;  // why it is set aside
+  std::string check;   // what its check names got, when they set it aside
+};
+
 class run_summary {
  public:
   // One name whose rows are out; a name without attempts (never asked) is not counted.
   void add(const name_tally& name);
   // Datagrams on the bulk run's shared sockets that answered no query in flight.
   void count_strays(std::uint64_t count) { m_strays += count; }
+  // The servers of a run with -resolvers, one line each.
+  void set_servers(std::vector<server_summary> servers) { m_servers = std::move(servers); }
 
   // "1200 names, 950 names/s, 3 timeouts, 1.3 s"
   std::string progress_text(double elapsed_seconds) const;
   // A few lines: names and attempts, rows per status word, response codes, round-trip times;
   // truncated replies and TCP attempts when there were any.
   void write(std::ostream& out, double elapsed_seconds) const;
+  // The same as one JSON document (-stats_json), for scripts and dashboards.
+  void write_json(std::ostream& out, double elapsed_seconds) const;
 
  private:
   // Round-trip times in microseconds, 32 buckets per power of two: within about 3 % of the
@@ -68,6 +85,7 @@ class run_summary {
   static std::size_t bucket_of(std::uint64_t micros);
   static std::uint64_t bucket_top(std::size_t bucket);
   std::uint64_t percentile(double fraction) const;
+  static void write_server(std::ostream& out, const server_summary& server);
 
   std::uint64_t m_names = 0;
   std::uint64_t m_attempts = 0;
@@ -79,4 +97,5 @@ class run_summary {
   std::uint64_t m_rtt_max = 0;
   std::uint64_t m_tcp_attempts = 0;
   std::uint64_t m_truncated = 0;
+  std::vector<server_summary> m_servers;
 };

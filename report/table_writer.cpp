@@ -25,7 +25,10 @@ column_widths widths_for(const input_params& config) {
     return {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
   }
   column_widths widths;
-  widths.server = static_cast<std::streamsize>(config.server.size());
+  // As wide as the longest server the run may ask, so every row lines up.
+  std::size_t server = config.resolvers.empty() ? config.server.size() : 0;
+  for (const resolver_entry& r : config.resolvers) server = std::max(server, r.address.size());
+  widths.server = static_cast<std::streamsize>(server);
   widths.date = static_cast<std::streamsize>(date_column_width(config.date_format));
   widths.time = static_cast<std::streamsize>(time_column_width(config.time_format));
   return widths;

@@ -11,6 +11,9 @@ inline constexpr std::uint64_t k_ticks_per_second = 10000000ULL;
 // The current time of day as a time value.
 std::uint64_t now_timestamp();
 
+// Microseconds on a monotonic clock from an arbitrary start: for durations only.
+std::int64_t monotonic_micros();
+
 // A time value from Unix seconds and microseconds.
 constexpr std::uint64_t timestamp_from_unix(std::uint64_t seconds, std::uint64_t microseconds) {
   return seconds * k_ticks_per_second + microseconds * 10 + k_unix_epoch_in_ticks;

@@ -1,0 +1,336 @@
+#include "net/server_pool.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <limits>
+
+#include "dns/message_header.h"
+
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+
+// A window to start from, and after a probe: enough to learn the pace in a few round trips
+// without flooding a server that takes little.
+constexpr double k_initial_window = 8;
+// What a window keeps when it shrinks (CUBIC's 0.7 rather than Reno's half: rate limits are
+// steady, and a gentler cut keeps closer to them).
+constexpr double k_shrink = 0.7;
+// Congestion shows in a round of at least this many queries, as one of these shares.
+constexpr std::uint32_t k_min_round_queries = 8;
+constexpr double k_unanswered_share = 0.20;  // left without a reply for two round trips
+constexpr double k_rejected_share = 0.05;    // REFUSED or SERVFAIL
+constexpr std::int64_t k_queueing_us = 10000;  // and round trips over twice the shortest by this
+// A round lasts two round trips with their deviation, at least this long; before a round trip is
+// known, the longer one.
+constexpr microseconds k_shortest_round{20000};
+constexpr microseconds k_unknown_round{100000};
+// Queries a server may fail in a row before it is set aside, and probes it may fail before a run
+// with no server left gives up.
+constexpr std::uint32_t k_failures_to_set_aside = 16;
+constexpr std::uint32_t k_probes_before_giving_up = 3;
+constexpr std::uint32_t k_longest_pause_doubling = 6;  // the pause grows to 64 times the first
+// Pacing may make up for a late wake-up this far back, so a loop that wakes late still sends at
+// the rate, in a small burst rather than a large one.
+constexpr nanoseconds k_pace_credit = milliseconds(2);
+
+// Round trips in a log histogram of 16 steps per doubling (within about 4%), for the median.
+constexpr int k_sub_bits = 4;
+constexpr std::size_t k_histogram_size = (32 - k_sub_bits) << k_sub_bits;
+
+std::size_t histogram_slot(std::uint64_t micros) {
+  constexpr std::uint64_t direct = 1u << k_sub_bits;
+  if (micros < direct) return static_cast<std::size_t>(micros);
+  const int top = std::min(static_cast<int>(std::bit_width(micros)) - 1, 31);
+  const std::size_t sub = static_cast<std::size_t>(micros >> (top - k_sub_bits)) & (direct - 1);
+  return std::min(k_histogram_size - 1, (static_cast<std::size_t>(top - k_sub_bits + 1) << k_sub_bits) + sub);
+}
+
+double slot_middle(std::size_t slot) {
+  constexpr std::size_t direct = 1u << k_sub_bits;
+  if (slot < direct) return static_cast<double>(slot);
+  const int shift = static_cast<int>(slot >> k_sub_bits) - 1;
+  const double low = static_cast<double>((direct + (slot & (direct - 1))) << shift);
+  return low + static_cast<double>(std::uint64_t{1} << shift) / 2;
+}
+
+}  // namespace
+
+std::string_view health_word(server_health health) {
+  switch (health) {
+    case server_health::checking: return "checking";
+    case server_health::usable: return "usable";
+    case server_health::set_aside: return "set aside";
+    case server_health::lying: return "lying";
+  }
+  return "";
+}
+
+std::string_view reason_word(aside_reason reason) {
+  switch (reason) {
+    case aside_reason::none: return "";
+    case aside_reason::silent: return "not answering";
+    case aside_reason::rejecting: return "answering REFUSED or SERVFAIL";
+    case aside_reason::lying: return "answering names that do not exist";
+  }
+  return "";
+}
+
+server_pool::server_pool(std::size_t count, const pool_settings& settings) : m_settings(settings), m_servers(count) {
+  const time_point now = clock::now();
+  for (server& s : m_servers) {
+    start_afresh(s, now);
+    s.health = m_settings.health ? server_health::checking : server_health::usable;
+  }
+}
+
+void server_pool::start_afresh(server& s, time_point now) const {
+  s.window = std::min(k_initial_window, static_cast<double>(m_settings.window_cap));
+  s.threshold = std::numeric_limits<double>::infinity();
+  s.round_start = now;
+  s.rounds = {};
+  s.rounds[s.round % k_rounds] = {s.round};
+  s.recovered = now;
+  s.failures_in_row = s.timeouts_in_row = 0;
+  s.next_send = now;
+}
+
+std::size_t server_pool::count(server_health health) const {
+  return static_cast<std::size_t>(
+      std::count_if(m_servers.begin(), m_servers.end(), [&](const server& s) { return s.health == health; }));
+}
+
+microseconds server_pool::round_length(const server& s) const {
+  if (s.srtt_us <= 0) return k_unknown_round;
+  return std::max(k_shortest_round, microseconds(static_cast<std::int64_t>(2 * s.srtt_us + 2 * s.rttvar_us)));
+}
+
+nanoseconds server_pool::interval(const server& s) const {
+  double seconds = 0;
+  if (m_settings.adaptive && s.srtt_us > 0) seconds = s.srtt_us / 1e6 / std::max(1.0, s.window);
+  if (m_settings.rate_cap > 0) seconds = std::max(seconds, 1.0 / m_settings.rate_cap);
+  return nanoseconds(static_cast<std::int64_t>(seconds * 1e9));
+}
+
+double server_pool::weight(const server& s) const {
+  if (!m_settings.adaptive || s.srtt_us <= 0) return 1;
+  double rate = std::max(1.0, s.window) / (s.srtt_us / 1e6);
+  if (m_settings.rate_cap > 0) rate = std::min(rate, m_settings.rate_cap);
+  return rate;
+}
+
+bool server_pool::has_room(const server& s, time_point now) const {
+  if (s.health != server_health::usable || s.next_send > now) return false;
+  return !m_settings.adaptive || static_cast<double>(s.in_flight) < std::max(1.0, std::floor(s.window));
+}
+
+std::optional<std::size_t> server_pool::choose(time_point now, std::optional<std::size_t> avoid) {
+  // The server of a name's last attempt only when no other may be asked at all.
+  const bool elsewhere = avoid && std::any_of(m_servers.begin(), m_servers.end(), [&](const server& s) {
+                           return s.health == server_health::usable && &s != &m_servers[*avoid];
+                         });
+  double total = 0;
+  server* best = nullptr;
+  for (std::size_t i = 0; i < m_servers.size(); ++i) {
+    server& s = m_servers[i];
+    advance_rounds(s, now);
+    if ((elsewhere && i == *avoid) || !has_room(s, now)) continue;
+    const double w = weight(s);
+    s.weight_now += w;
+    total += w;
+    if (best == nullptr || s.weight_now > best->weight_now) best = &s;
+  }
+  if (best == nullptr) return std::nullopt;
+  best->weight_now -= total;
+  return static_cast<std::size_t>(best - m_servers.data());
+}
+
+query_ticket server_pool::sent(std::size_t index, time_point now) {
+  server& s = m_servers[index];
+  advance_rounds(s, now);
+  ++s.in_flight;
+  ++s.queries;
+  s.next_send = std::max(s.next_send, now - k_pace_credit) + interval(s);
+  round_counts& r = s.rounds[s.round % k_rounds];
+  ++r.sent;
+  return {s.round, now};
+}
+
+void server_pool::ended(std::size_t index, const query_ticket& ticket, query_fate fate, time_point now,
+                        microseconds rtt, std::uint16_t rejected_by) {
+  server& s = m_servers[index];
+  advance_rounds(s, now);
+  const bool window_used = static_cast<double>(s.in_flight) >= s.window / 2;
+  if (s.in_flight > 0) --s.in_flight;
+  round_counts* r = nullptr;
+  if (s.round - ticket.round < k_rounds && s.rounds[ticket.round % k_rounds].index == ticket.round)
+    r = &s.rounds[ticket.round % k_rounds];
+  switch (fate) {
+    case query_fate::answered:
+      ++s.answers;
+      s.failures_in_row = s.timeouts_in_row = 0;
+      note_rtt(s, rtt);
+      if (r) {
+        ++r->answered;
+        if (r->min_rtt_us < 0 || rtt.count() < r->min_rtt_us) r->min_rtt_us = rtt.count();
+      }
+      if (window_used && s.health == server_health::usable) grow(s);
+      break;
+    case query_fate::rejected:
+      ++(rejected_by == k_rcode_refused ? s.refused : s.servfail);
+      ++s.failures_in_row;
+      s.timeouts_in_row = 0;
+      if (r) ++r->rejected;
+      break;
+    case query_fate::timed_out:
+      ++s.timeouts;
+      ++s.failures_in_row;
+      ++s.timeouts_in_row;
+      break;
+    case query_fate::abandoned:
+      break;
+  }
+  if (m_settings.health && s.health == server_health::usable && s.failures_in_row >= k_failures_to_set_aside)
+    set_aside(s, s.timeouts_in_row * 2 >= s.failures_in_row ? aside_reason::silent : aside_reason::rejecting, now);
+}
+
+void server_pool::note_rtt(server& s, microseconds rtt) {
+  const double r = static_cast<double>(std::max<std::int64_t>(rtt.count(), 1));
+  if (s.srtt_us <= 0) {  // RFC 6298 section 2
+    s.srtt_us = r;
+    s.rttvar_us = r / 2;
+  } else {
+    s.rttvar_us = 0.75 * s.rttvar_us + 0.25 * std::abs(s.srtt_us - r);
+    s.srtt_us = 0.875 * s.srtt_us + 0.125 * r;
+  }
+  if (s.min_rtt_us < 0 || rtt.count() < s.min_rtt_us) s.min_rtt_us = rtt.count();
+  if (s.rtt_histogram.empty()) s.rtt_histogram.resize(k_histogram_size);
+  ++s.rtt_histogram[histogram_slot(static_cast<std::uint64_t>(std::max<std::int64_t>(rtt.count(), 0)))];
+}
+
+void server_pool::measured(std::size_t index, microseconds rtt) { note_rtt(m_servers[index], rtt); }
+
+// Rounds end as time passes; a round is judged when the one after it is over too, so its last
+// queries had two round trips to be answered.
+void server_pool::advance_rounds(server& s, time_point now) {
+  if (!m_settings.adaptive) return;
+  const microseconds length = round_length(s);
+  // A server left idle for long skips its empty rounds at once.
+  if (now - s.round_start > 4 * k_rounds * length) {
+    s.round += k_rounds;
+    s.round_start = now;
+    s.rounds[s.round % k_rounds] = {s.round};
+    return;
+  }
+  while (now >= s.round_start + length) {
+    s.round_start += length;
+    ++s.round;
+    const round_counts& judged = s.rounds[(s.round - 2) % k_rounds];
+    if (s.round >= 2 && judged.index == s.round - 2 && s.round_start - 2 * length >= s.recovered)
+      judge_round(s, judged, now);
+    s.rounds[s.round % k_rounds] = {s.round};
+  }
+}
+
+void server_pool::judge_round(server& s, const round_counts& r, time_point now) {
+  if (r.sent < k_min_round_queries) return;
+  const std::uint32_t replies = r.answered + r.rejected;
+  const double unanswered = 1.0 - static_cast<double>(replies) / r.sent;
+  const double rejected = replies == 0 ? 0 : static_cast<double>(r.rejected) / replies;
+  const bool queueing = s.min_rtt_us > 0 && r.min_rtt_us > 2 * s.min_rtt_us + k_queueing_us;
+  if (unanswered > k_unanswered_share || (rejected > k_rejected_share && r.rejected >= 2) || queueing) shrink(s, now);
+}
+
+void server_pool::shrink(server& s, time_point now) {
+  s.threshold = std::max(1.0, s.window * k_shrink);
+  s.window = s.threshold;
+  s.recovered = now;
+}
+
+void server_pool::grow(server& s) {
+  s.window += s.window < s.threshold ? 1.0 : 1.0 / s.window;
+  s.window = std::min(s.window, static_cast<double>(m_settings.window_cap));
+}
+
+void server_pool::set_aside(server& s, aside_reason reason, time_point now) {
+  s.health = reason == aside_reason::lying ? server_health::lying : server_health::set_aside;
+  s.reason = reason;
+  const auto doublings = std::min(s.failed_probes, k_longest_pause_doubling);
+  s.probe_due = now + m_settings.probe_pause * (1 << doublings);
+}
+
+void server_pool::checked(std::size_t index, aside_reason verdict, time_point now) {
+  server& s = m_servers[index];
+  if (verdict == aside_reason::none) {
+    s.health = server_health::usable;
+    s.reason = aside_reason::none;
+    s.failed_probes = 0;
+    start_afresh(s, now);
+    return;
+  }
+  // The first check is no probe: a server that fails it gets its three probes all the same.
+  if (s.reason != aside_reason::none) ++s.failed_probes;
+  set_aside(s, verdict, now);
+}
+
+std::vector<std::size_t> server_pool::probes_due(time_point now) {
+  std::vector<std::size_t> due;
+  for (std::size_t i = 0; i < m_servers.size(); ++i) {
+    server& s = m_servers[i];
+    if (s.health != server_health::set_aside || s.probe_due > now) continue;
+    if (exhausted()) break;
+    s.health = server_health::checking;
+    due.push_back(i);
+  }
+  return due;
+}
+
+bool server_pool::exhausted() const {
+  return std::all_of(m_servers.begin(), m_servers.end(), [](const server& s) {
+    return s.health == server_health::lying ||
+           (s.health == server_health::set_aside && s.failed_probes >= k_probes_before_giving_up);
+  });
+}
+
+std::optional<server_pool::time_point> server_pool::next_change(time_point now) const {
+  std::optional<time_point> next;
+  const auto consider = [&](time_point at) {
+    if (at > now && (!next || at < *next)) next = at;
+  };
+  for (const server& s : m_servers) {
+    if (s.health == server_health::set_aside && !exhausted()) consider(s.probe_due);
+    if (s.health == server_health::usable && s.next_send > now &&
+        (!m_settings.adaptive || static_cast<double>(s.in_flight) < std::max(1.0, std::floor(s.window))))
+      consider(s.next_send);
+  }
+  return next;
+}
+
+server_figures server_pool::figures(std::size_t index) const {
+  const server& s = m_servers[index];
+  server_figures f;
+  f.queries = s.queries;
+  f.answers = s.answers;
+  f.timeouts = s.timeouts;
+  f.refused = s.refused;
+  f.servfail = s.servfail;
+  f.window = s.window;
+  f.health = s.health;
+  f.reason = s.reason;
+  const double per = interval(s).count();
+  f.rate = per > 0 ? 1e9 / per : 0;
+  std::uint64_t total = 0;
+  for (const std::uint32_t n : s.rtt_histogram) total += n;
+  std::uint64_t seen = 0;
+  for (std::size_t i = 0; i < s.rtt_histogram.size() && total != 0; ++i) {
+    seen += s.rtt_histogram[i];
+    if (seen * 2 >= total) {
+      f.median_rtt_ms = slot_middle(i) / 1000;
+      break;
+    }
+  }
+  return f;
+}
