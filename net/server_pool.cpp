@@ -13,12 +13,17 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
-// A window to start from, and after a probe: enough to learn the pace in a few round trips
-// without flooding a server that takes little.
+// A server starts at this many queries a round trip, and again after a probe: enough to learn
+// its pace in a few round trips without flooding one that takes little. Before a round trip is
+// known, at this rate.
 constexpr double k_initial_window = 8;
-// What a window keeps when it shrinks (CUBIC's 0.7 rather than Reno's half: rate limits are
-// steady, and a gentler cut keeps closer to them).
+constexpr double k_unknown_rate = 100;
+// What the rate keeps when it shrinks (CUBIC's 0.7 rather than Reno's half: rate limits are
+// steady, and a gentler cut keeps closer to them); it never goes below one query a round trip.
 constexpr double k_shrink = 0.7;
+// The window lets twice what the rate sends in a round be in flight, so a round trip that varies
+// does not hold the pace back.
+constexpr double k_window_room = 2;
 // Congestion shows in a round of at least this many queries, as one of these shares.
 constexpr std::uint32_t k_min_round_queries = 8;
 constexpr double k_unanswered_share = 0.20;  // left without a reply for two round trips
@@ -33,9 +38,12 @@ constexpr microseconds k_unknown_round{100000};
 constexpr std::uint32_t k_failures_to_set_aside = 16;
 constexpr std::uint32_t k_probes_before_giving_up = 3;
 constexpr std::uint32_t k_longest_pause_doubling = 6;  // the pause grows to 64 times the first
-// Pacing may make up for a late wake-up this far back, so a loop that wakes late still sends at
-// the rate, in a small burst rather than a large one.
-constexpr nanoseconds k_pace_credit = milliseconds(2);
+// Pacing may make up for a late wake-up as far back as one round trip (within these bounds): a
+// loop busy with a few hundred replies still sends at the rate, in a burst no larger than the
+// window a server without pacing would get at once, and far below the 50 ms or more of queries
+// that rate limiters let pass at once.
+constexpr nanoseconds k_least_pace_credit = milliseconds(2);
+constexpr nanoseconds k_most_pace_credit = milliseconds(50);
 
 // Round trips in a log histogram of 16 steps per doubling (within about 4%), for the median.
 constexpr int k_sub_bits = 4;
@@ -88,13 +96,14 @@ server_pool::server_pool(std::size_t count, const pool_settings& settings) : m_s
 }
 
 void server_pool::start_afresh(server& s, time_point now) const {
-  s.window = std::min(k_initial_window, static_cast<double>(m_settings.window_cap));
+  s.rate = s.srtt_us > 0 ? k_initial_window / (s.srtt_us / 1e6) : k_unknown_rate;
   s.threshold = std::numeric_limits<double>::infinity();
   s.round_start = now;
   s.rounds = {};
   s.rounds[s.round % k_rounds] = {s.round};
   s.recovered = now;
   s.failures_in_row = s.timeouts_in_row = 0;
+  s.last_answered_sent = now;
   s.next_send = now;
 }
 
@@ -109,22 +118,36 @@ microseconds server_pool::round_length(const server& s) const {
 }
 
 nanoseconds server_pool::interval(const server& s) const {
-  double seconds = 0;
-  if (m_settings.adaptive && s.srtt_us > 0) seconds = s.srtt_us / 1e6 / std::max(1.0, s.window);
+  double seconds = m_settings.adaptive ? 1.0 / s.rate : 0;
   if (m_settings.rate_cap > 0) seconds = std::max(seconds, 1.0 / m_settings.rate_cap);
   return nanoseconds(static_cast<std::int64_t>(seconds * 1e9));
 }
 
 double server_pool::weight(const server& s) const {
-  if (!m_settings.adaptive || s.srtt_us <= 0) return 1;
-  double rate = std::max(1.0, s.window) / (s.srtt_us / 1e6);
-  if (m_settings.rate_cap > 0) rate = std::min(rate, m_settings.rate_cap);
-  return rate;
+  if (!m_settings.adaptive) return 1;
+  return m_settings.rate_cap > 0 ? std::min(s.rate, m_settings.rate_cap) : s.rate;
+}
+
+double server_pool::window(const server& s) const {
+  const double round = std::chrono::duration<double>(round_length(s)).count();
+  return std::min(std::max(k_initial_window, k_window_room * s.rate * round), static_cast<double>(m_settings.window_cap));
+}
+
+// Queries sent this round and the last that have no reply yet: older ones are late or lost, and
+// wait out their time-out without holding the window.
+std::uint32_t server_pool::recent_in_flight(const server& s) const {
+  std::uint32_t count = 0;
+  for (const std::uint64_t back : {std::uint64_t{0}, std::uint64_t{1}}) {
+    if (s.round < back) break;
+    const round_counts& r = s.rounds[(s.round - back) % k_rounds];
+    if (r.index == s.round - back) count += r.sent - std::min(r.sent, r.answered + r.rejected);
+  }
+  return count;
 }
 
 bool server_pool::has_room(const server& s, time_point now) const {
   if (s.health != server_health::usable || s.next_send > now) return false;
-  return !m_settings.adaptive || static_cast<double>(s.in_flight) < std::max(1.0, std::floor(s.window));
+  return !m_settings.adaptive || static_cast<double>(recent_in_flight(s)) < window(s);
 }
 
 std::optional<std::size_t> server_pool::choose(time_point now, std::optional<std::size_t> avoid) {
@@ -153,7 +176,9 @@ query_ticket server_pool::sent(std::size_t index, time_point now) {
   advance_rounds(s, now);
   ++s.in_flight;
   ++s.queries;
-  s.next_send = std::max(s.next_send, now - k_pace_credit) + interval(s);
+  const nanoseconds credit = std::clamp<nanoseconds>(microseconds(static_cast<std::int64_t>(s.srtt_us)),
+                                                       k_least_pace_credit, k_most_pace_credit);
+  s.next_send = std::max(s.next_send, now - credit) + interval(s);
   round_counts& r = s.rounds[s.round % k_rounds];
   ++r.sent;
   return {s.round, now};
@@ -163,7 +188,6 @@ void server_pool::ended(std::size_t index, const query_ticket& ticket, query_fat
                         microseconds rtt, std::uint16_t rejected_by) {
   server& s = m_servers[index];
   advance_rounds(s, now);
-  const bool window_used = static_cast<double>(s.in_flight) >= s.window / 2;
   if (s.in_flight > 0) --s.in_flight;
   round_counts* r = nullptr;
   if (s.round - ticket.round < k_rounds && s.rounds[ticket.round % k_rounds].index == ticket.round)
@@ -171,24 +195,29 @@ void server_pool::ended(std::size_t index, const query_ticket& ticket, query_fat
   switch (fate) {
     case query_fate::answered:
       ++s.answers;
-      s.failures_in_row = s.timeouts_in_row = 0;
+      if (ticket.sent_at >= s.last_answered_sent) {
+        s.last_answered_sent = ticket.sent_at;
+        s.failures_in_row = s.timeouts_in_row = 0;
+      }
       note_rtt(s, rtt);
       if (r) {
         ++r->answered;
         if (r->min_rtt_us < 0 || rtt.count() < r->min_rtt_us) r->min_rtt_us = rtt.count();
       }
-      if (window_used && s.health == server_health::usable) grow(s);
       break;
     case query_fate::rejected:
       ++(rejected_by == k_rcode_refused ? s.refused : s.servfail);
-      ++s.failures_in_row;
-      s.timeouts_in_row = 0;
       if (r) ++r->rejected;
+      // A server that refuses beyond its rate is slowed, not set aside: its refusals count only
+      // once its rate is down to a query or two a round trip.
+      if (ticket.sent_at >= s.last_answered_sent && s.rate <= 2 * rate_floor(s)) ++s.failures_in_row;
       break;
     case query_fate::timed_out:
       ++s.timeouts;
-      ++s.failures_in_row;
-      ++s.timeouts_in_row;
+      if (ticket.sent_at >= s.last_answered_sent) {
+        ++s.failures_in_row;
+        ++s.timeouts_in_row;
+      }
       break;
     case query_fate::abandoned:
       break;
@@ -235,24 +264,48 @@ void server_pool::advance_rounds(server& s, time_point now) {
   }
 }
 
+// A round of enough queries, sent since the rate last dropped, shows congestion or lets the rate
+// grow; a round in which the server had less to do than its rate allows shows neither.
 void server_pool::judge_round(server& s, const round_counts& r, time_point now) {
-  if (r.sent < k_min_round_queries) return;
+  if (s.health != server_health::usable || r.sent < k_min_round_queries) return;
   const std::uint32_t replies = r.answered + r.rejected;
   const double unanswered = 1.0 - static_cast<double>(replies) / r.sent;
   const double rejected = replies == 0 ? 0 : static_cast<double>(r.rejected) / replies;
   const bool queueing = s.min_rtt_us > 0 && r.min_rtt_us > 2 * s.min_rtt_us + k_queueing_us;
-  if (unanswered > k_unanswered_share || (rejected > k_rejected_share && r.rejected >= 2) || queueing) shrink(s, now);
+  if (unanswered > k_unanswered_share || (rejected > k_rejected_share && r.rejected >= 2) || queueing) {
+    shrink(s, r, now);
+    return;
+  }
+  const double round = std::chrono::duration<double>(round_length(s)).count();
+  if (r.sent >= s.rate * round / 2) grow(s);
 }
 
-void server_pool::shrink(server& s, time_point now) {
-  s.threshold = std::max(1.0, s.window * k_shrink);
-  s.window = s.threshold;
+double server_pool::rate_floor(const server& s) const { return s.srtt_us > 0 ? 1e6 / s.srtt_us : 1; }
+
+void server_pool::shrink(server& s, const round_counts& r, time_point now) {
+  const double floor = rate_floor(s);
+  double rate = s.rate * k_shrink;
+  // The first drop ends the doubling, which may have gone far past what the server takes: no
+  // further than what it answered in that round.
+  if (std::isinf(s.threshold)) {
+    const double round = std::chrono::duration<double>(round_length(s)).count();
+    rate = std::min(rate, r.answered / round);
+  }
+  s.rate = s.threshold = std::max(floor, rate);
   s.recovered = now;
 }
 
 void server_pool::grow(server& s) {
-  s.window += s.window < s.threshold ? 1.0 : 1.0 / s.window;
-  s.window = std::min(s.window, static_cast<double>(m_settings.window_cap));
+  // The shortest round trip, not the smoothed one: queues that our own load builds up would
+  // otherwise slow the growth they should not.
+  const double rtt = s.min_rtt_us > 0 ? static_cast<double>(s.min_rtt_us) / 1e6 : 0.1;
+  const double round = std::chrono::duration<double>(round_length(s)).count();
+  if (s.rate < s.threshold)
+    s.rate *= 2;
+  else
+    s.rate += round / (rtt * rtt);  // one query per round trip more, each round trip
+  // Past what -resolver_qps lets out, growing would only mislead the weights.
+  if (m_settings.rate_cap > 0) s.rate = std::min(s.rate, m_settings.rate_cap);
 }
 
 void server_pool::set_aside(server& s, aside_reason reason, time_point now) {
@@ -303,7 +356,7 @@ std::optional<server_pool::time_point> server_pool::next_change(time_point now) 
   for (const server& s : m_servers) {
     if (s.health == server_health::set_aside && !exhausted()) consider(s.probe_due);
     if (s.health == server_health::usable && s.next_send > now &&
-        (!m_settings.adaptive || static_cast<double>(s.in_flight) < std::max(1.0, std::floor(s.window))))
+        (!m_settings.adaptive || static_cast<double>(recent_in_flight(s)) < window(s)))
       consider(s.next_send);
   }
   return next;
@@ -317,11 +370,11 @@ server_figures server_pool::figures(std::size_t index) const {
   f.timeouts = s.timeouts;
   f.refused = s.refused;
   f.servfail = s.servfail;
-  f.window = s.window;
+  f.window = window(s);
   f.health = s.health;
   f.reason = s.reason;
   const double per = interval(s).count();
-  f.rate = per > 0 ? 1e9 / per : 0;
+  f.rate = per > 0 && s.health == server_health::usable ? 1e9 / per : 0;
   std::uint64_t total = 0;
   for (const std::uint32_t n : s.rtt_histogram) total += n;
   std::uint64_t seen = 0;
@@ -334,3 +387,4 @@ server_figures server_pool::figures(std::size_t index) const {
   }
   return f;
 }
+

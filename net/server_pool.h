@@ -3,18 +3,17 @@
 // is given the time; the pool says which server the next query goes to and when something will
 // change, and is told what became of each query.
 //
-// Pace. Each server has a window (queries in flight) and a pacing interval (the window spread
-// over the round trip, never faster than -resolver_qps). The window grows while the server
-// answers (doubling each round trip at first, then by one a round trip) and shrinks to 0.7 of
-// itself, at most once for the queries sent since the last shrink, when a round of its queries
-// shows congestion: more than a fifth left unanswered after two round trips (a rate limit that
-// drops), more than a twentieth answered REFUSED or SERVFAIL (one that refuses), or round trips
-// more than twice the shortest seen (one that queues). Losses that are not congestion (a lossy
-// path, a few late replies) stay under those shares and do not shrink it.
+// Pace. Each server has a send rate, and a window of queries in flight that follows from it (the
+// queries the rate puts on the wire in a round of two round trips, with room to spare); queries
+// older than that count no more against the window, so the lost ones, which wait out the whole
+// time-out, do not block it. The rate doubles each round at first, then grows by one query per
+// round trip each round trip (additive increase), and drops to 0.7 of itself (multiplicative
+// decrease) at most once a round, for queries sent since the last drop, when a round shows
+// congestion: more than a fifth of its queries left unanswered after two round trips (a rate limit
+// that drops them), more than a twentieth answered REFUSED or SERVFAIL (one that refuses), or
+// round trips more than twice the shortest seen (queues filling). Losses that are not congestion
+// (a lossy path, a few late replies) stay under those shares and leave the rate alone.
 //
-// Health. A server that fails sixteen queries in a row (time-outs, REFUSED, SERVFAIL) is set
-// aside: it gets no queries until a probe, after a pause that doubles each time it fails, finds
-// it answering. The driver sends the probe (net/resolver_check) and says how it went.
 #pragma once
 
 #include <array>
@@ -23,6 +22,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <string>
 #include <vector>
 
 enum class server_health : std::uint8_t {
@@ -61,8 +61,8 @@ struct query_ticket {
 struct server_figures {
   std::uint64_t queries = 0, answers = 0, timeouts = 0, refused = 0, servfail = 0;
   std::optional<double> median_rtt_ms;
-  double rate = 0;  // queries a second its pace allows now; 0: unpaced
-  double window = 0;
+  double rate = 0;    // queries a second its pace allows now; 0: unpaced
+  double window = 0;  // queries it may have in flight now
   server_health health = server_health::usable;
   aside_reason reason = aside_reason::none;
 };
@@ -115,7 +115,7 @@ class server_pool {
   struct server {
     server_health health = server_health::usable;
     aside_reason reason = aside_reason::none;
-    double window = 0;
+    double rate = 0;       // queries a second
     double threshold = 0;  // the slow start ends here
     std::size_t in_flight = 0;
     time_point next_send{};
@@ -125,7 +125,10 @@ class server_pool {
     time_point round_start{};
     std::array<round_counts, k_rounds> rounds{};
     time_point recovered{};  // queries sent before it do not shrink the window again
+    // Failures in a row count queries sent after the last one it answered: the time-outs of a
+    // burst arrive together, a second after answers to later queries.
     std::uint32_t failures_in_row = 0, timeouts_in_row = 0;
+    time_point last_answered_sent{};
     std::uint32_t failed_probes = 0;
     time_point probe_due{};
     double weight_now = 0;  // smooth weighted round robin
@@ -136,8 +139,11 @@ class server_pool {
   void start_afresh(server& s, time_point now) const;
   void advance_rounds(server& s, time_point now);
   void judge_round(server& s, const round_counts& r, time_point now);
-  void shrink(server& s, time_point now);
+  void shrink(server& s, const round_counts& r, time_point now);
   void grow(server& s);
+  double window(const server& s) const;
+  double rate_floor(const server& s) const;  // one query a round trip
+  std::uint32_t recent_in_flight(const server& s) const;
   void note_rtt(server& s, std::chrono::microseconds rtt);
   void set_aside(server& s, aside_reason reason, time_point now);
   bool has_room(const server& s, time_point now) const;
