@@ -24,9 +24,11 @@ constexpr double k_shrink = 0.7;
 // The window lets twice what the rate sends in a round be in flight, so a round trip that varies
 // does not hold the pace back.
 constexpr double k_window_room = 2;
-// Congestion shows in a round of at least this many queries, as one of these shares.
-constexpr std::uint32_t k_min_round_queries = 8;
-constexpr double k_unanswered_share = 0.20;  // left without a reply for two round trips
+// Congestion shows in a round of at least this many queries, as one of these shares: queries
+// left without a reply for two round trips, beyond the least share of recent rounds (what the
+// path loses anyway, and a few late replies); REFUSED or SERVFAIL.
+constexpr std::uint32_t k_min_round_queries = 16;
+constexpr double k_unanswered_share = 0.07;
 constexpr double k_rejected_share = 0.05;    // REFUSED or SERVFAIL
 constexpr std::int64_t k_queueing_us = 10000;  // and round trips over twice the shortest by this
 // A round lasts two round trips with their deviation, at least this long; before a round trip is
@@ -112,9 +114,13 @@ std::size_t server_pool::count(server_health health) const {
       std::count_if(m_servers.begin(), m_servers.end(), [&](const server& s) { return s.health == health; }));
 }
 
+// Long enough for its last queries to be answered before the round is judged, and for its rate to
+// send enough queries to judge by: a slow rate must be able to grow again.
 microseconds server_pool::round_length(const server& s) const {
   if (s.srtt_us <= 0) return k_unknown_round;
-  return std::max(k_shortest_round, microseconds(static_cast<std::int64_t>(2 * s.srtt_us + 2 * s.rttvar_us)));
+  const double trips = 2 * s.srtt_us + 2 * s.rttvar_us;
+  const double enough = m_settings.adaptive ? 1e6 * k_min_round_queries / s.rate : 0;
+  return std::max(k_shortest_round, microseconds(static_cast<std::int64_t>(std::max(trips, enough))));
 }
 
 nanoseconds server_pool::interval(const server& s) const {
@@ -272,7 +278,10 @@ void server_pool::judge_round(server& s, const round_counts& r, time_point now) 
   const double unanswered = 1.0 - static_cast<double>(replies) / r.sent;
   const double rejected = replies == 0 ? 0 : static_cast<double>(r.rejected) / replies;
   const bool queueing = s.min_rtt_us > 0 && r.min_rtt_us > 2 * s.min_rtt_us + k_queueing_us;
-  if (unanswered > k_unanswered_share || (rejected > k_rejected_share && r.rejected >= 2) || queueing) {
+  s.unanswered[s.judged++ % s.unanswered.size()] = unanswered;
+  const double usual = *std::min_element(s.unanswered.begin(), s.unanswered.begin() +
+                                         static_cast<long>(std::min<std::size_t>(s.judged, s.unanswered.size())));
+  if (unanswered > usual + k_unanswered_share || (rejected > k_rejected_share && r.rejected >= 2) || queueing) {
     shrink(s, r, now);
     return;
   }
@@ -372,7 +381,8 @@ server_figures server_pool::figures(std::size_t index) const {
   f.servfail = s.servfail;
   f.window = window(s);
   f.health = s.health;
-  f.reason = s.reason;
+  // A probe in progress is no verdict yet.
+  f.reason = s.health == server_health::checking ? aside_reason::none : s.reason;
   const double per = interval(s).count();
   f.rate = per > 0 && s.health == server_health::usable ? 1e9 / per : 0;
   std::uint64_t total = 0;

@@ -9,10 +9,10 @@
 // time-out, do not block it. The rate doubles each round at first, then grows by one query per
 // round trip each round trip (additive increase), and drops to 0.7 of itself (multiplicative
 // decrease) at most once a round, for queries sent since the last drop, when a round shows
-// congestion: more than a fifth of its queries left unanswered after two round trips (a rate limit
-// that drops them), more than a twentieth answered REFUSED or SERVFAIL (one that refuses), or
-// round trips more than twice the shortest seen (queues filling). Losses that are not congestion
-// (a lossy path, a few late replies) stay under those shares and leave the rate alone.
+// congestion: 7% more of its queries left unanswered after two round trips than the least share
+// of the last eight rounds (a rate limit that drops them; a lossy path or a few late replies lose
+// as many in every round and leave the rate alone), more than a twentieth answered REFUSED or
+// SERVFAIL (one that refuses), or round trips more than twice the shortest seen (queues filling).
 //
 #pragma once
 
@@ -124,7 +124,9 @@ class server_pool {
     std::uint64_t round = 0;
     time_point round_start{};
     std::array<round_counts, k_rounds> rounds{};
-    time_point recovered{};  // queries sent before it do not shrink the window again
+    time_point recovered{};  // queries sent before it do not shrink the rate again
+    std::array<double, 8> unanswered{};  // the shares of the last rounds judged
+    std::size_t judged = 0;
     // Failures in a row count queries sent after the last one it answered: the time-outs of a
     // burst arrive together, a second after answers to later queries.
     std::uint32_t failures_in_row = 0, timeouts_in_row = 0;
