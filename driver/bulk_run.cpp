@@ -46,7 +46,7 @@ struct flight {
   name_entry name;                     // its query is the one sent
   dns_packet_transaction transaction;  // the attempt in flight
   std::vector<finished_attempt> attempts;
-  std::optional<std::size_t> last_server;
+  std::vector<std::size_t> tried;  // the servers of its attempts so far, the last one last
   std::size_t server = 0;
   query_ticket ticket;
   std::uint32_t generation = 0;  // a pause timer pushed before the last one is stale
@@ -162,7 +162,7 @@ class bulk_scheduler {
       m_free.pop_back();
       m_engine.renew(static_cast<exchange_engine::exchange_id>(index));
       f.sequence = m_hold.start();
-      f.last_server.reset();
+      f.tried.clear();
       f.counted = 0;
       f.over_tcp = m_plan.first_over_tcp();
       f.follow_up = false;
@@ -201,7 +201,7 @@ class bulk_scheduler {
       if (m_extras.pacer && now < m_extras.pacer->next_send()) return;
       const std::size_t index = m_ready.front();
       flight& f = m_slots[index];
-      const auto server = f.follow_up ? std::optional<std::size_t>(f.server) : m_pool.choose(now, f.last_server);
+      const auto server = f.follow_up ? std::optional<std::size_t>(f.server) : m_pool.choose(now, f.tried);
       if (!server) return;
       if (m_extras.pacer) m_extras.pacer->sent(now);
       m_ready.pop_front();
@@ -229,7 +229,8 @@ class bulk_scheduler {
     if (verdict.counted) ++f.counted;
     f.attempts.push_back({f.name.query, std::move(f.transaction), done.answered});
     f.transaction.clear();
-    f.last_server = f.server;
+    std::erase(f.tried, f.server);
+    f.tried.push_back(f.server);
     f.over_tcp = verdict.over_tcp;
     f.follow_up = verdict.next == next_step::tcp_follow_up;
     if (verdict.next == next_step::done) {

@@ -35,9 +35,17 @@ constexpr std::int64_t k_queueing_us = 10000;  // and round trips over twice the
 // known, the longer one.
 constexpr microseconds k_shortest_round{20000};
 constexpr microseconds k_unknown_round{100000};
+// The rate never goes below one query per round trip, or per this long on a short one.
+constexpr double k_floor_rtt_s = 0.1;
 // Queries a server may fail in a row before it is set aside, and probes it may fail before a run
 // with no server left gives up.
 constexpr std::uint32_t k_failures_to_set_aside = 16;
+// The share of usable replies among its replies (REFUSED and SERVFAIL are not), as a moving
+// average over about the last eight: a server gets queries in proportion to it (never less than
+// a fiftieth), and one whose share stays under a tenth over sixteen replies is set aside.
+constexpr double k_use_weight = 1.0 / 8;
+constexpr double k_least_useful = 0.02;
+constexpr double k_set_aside_useful = 0.1;
 constexpr std::uint32_t k_probes_before_giving_up = 3;
 constexpr std::uint32_t k_longest_pause_doubling = 6;  // the pause grows to 64 times the first
 // Pacing may make up for a late wake-up as far back as one round trip (within these bounds): a
@@ -98,13 +106,15 @@ server_pool::server_pool(std::size_t count, const pool_settings& settings) : m_s
 }
 
 void server_pool::start_afresh(server& s, time_point now) const {
-  s.rate = s.srtt_us > 0 ? k_initial_window / (s.srtt_us / 1e6) : k_unknown_rate;
+  s.rate = s.srtt_us > 0 ? k_initial_window / pace_rtt(s) : k_unknown_rate;
   s.threshold = std::numeric_limits<double>::infinity();
   s.round_start = now;
   s.rounds = {};
   s.rounds[s.round % k_rounds] = {s.round};
   s.recovered = now;
   s.failures_in_row = s.timeouts_in_row = 0;
+  s.useful = 1;
+  s.outcomes = 0;
   s.last_answered_sent = now;
   s.next_send = now;
 }
@@ -129,9 +139,12 @@ nanoseconds server_pool::interval(const server& s) const {
   return nanoseconds(static_cast<std::int64_t>(seconds * 1e9));
 }
 
+// What a server gives: its rate, as much as of it is answered. One that refuses or fails most
+// names gets few, however fast it says so.
 double server_pool::weight(const server& s) const {
   if (!m_settings.adaptive) return 1;
-  return m_settings.rate_cap > 0 ? std::min(s.rate, m_settings.rate_cap) : s.rate;
+  const double rate = m_settings.rate_cap > 0 ? std::min(s.rate, m_settings.rate_cap) : s.rate;
+  return rate * std::max(s.useful, k_least_useful);
 }
 
 double server_pool::window(const server& s) const {
@@ -146,7 +159,7 @@ std::uint32_t server_pool::recent_in_flight(const server& s) const {
   for (const std::uint64_t back : {std::uint64_t{0}, std::uint64_t{1}}) {
     if (s.round < back) break;
     const round_counts& r = s.rounds[(s.round - back) % k_rounds];
-    if (r.index == s.round - back) count += r.sent - std::min(r.sent, r.answered + r.rejected);
+    if (r.index == s.round - back) count += r.sent - std::min(r.sent, r.answered + r.rejected + r.timed_out);
   }
   return count;
 }
@@ -156,17 +169,26 @@ bool server_pool::has_room(const server& s, time_point now) const {
   return !m_settings.adaptive || static_cast<double>(recent_in_flight(s)) < window(s);
 }
 
-std::optional<std::size_t> server_pool::choose(time_point now, std::optional<std::size_t> avoid) {
-  // The server of a name's last attempt only when no other may be asked at all.
-  const bool elsewhere = avoid && std::any_of(m_servers.begin(), m_servers.end(), [&](const server& s) {
-                           return s.health == server_health::usable && &s != &m_servers[*avoid];
-                         });
+std::optional<std::size_t> server_pool::choose(time_point now, std::span<const std::size_t> tried) {
+  // A name goes to a server it has not tried while there is one that may be asked, or that is
+  // being checked and may be asked in a moment, and never to the server of its last attempt
+  // while any other may be.
+  const auto usable_and = [&](auto&& test, bool or_checking = false) {
+    for (std::size_t i = 0; i < m_servers.size(); ++i) {
+      const server_health h = m_servers[i].health;
+      if ((h == server_health::usable || (or_checking && h == server_health::checking)) && test(i)) return true;
+    }
+    return false;
+  };
+  const auto was_tried = [&](std::size_t i) { return std::find(tried.begin(), tried.end(), i) != tried.end(); };
+  const bool untried = usable_and([&](std::size_t i) { return !was_tried(i); }, !tried.empty());
+  const bool not_last = !tried.empty() && usable_and([&](std::size_t i) { return i != tried.back(); });
   double total = 0;
   server* best = nullptr;
   for (std::size_t i = 0; i < m_servers.size(); ++i) {
     server& s = m_servers[i];
     advance_rounds(s, now);
-    if ((elsewhere && i == *avoid) || !has_room(s, now)) continue;
+    if ((untried && was_tried(i)) || (not_last && i == tried.back()) || !has_room(s, now)) continue;
     const double w = weight(s);
     s.weight_now += w;
     total += w;
@@ -201,6 +223,7 @@ void server_pool::ended(std::size_t index, const query_ticket& ticket, query_fat
   switch (fate) {
     case query_fate::answered:
       ++s.answers;
+      note_use(s, true);
       if (ticket.sent_at >= s.last_answered_sent) {
         s.last_answered_sent = ticket.sent_at;
         s.failures_in_row = s.timeouts_in_row = 0;
@@ -214,12 +237,11 @@ void server_pool::ended(std::size_t index, const query_ticket& ticket, query_fat
     case query_fate::rejected:
       ++(rejected_by == k_rcode_refused ? s.refused : s.servfail);
       if (r) ++r->rejected;
-      // A server that refuses beyond its rate is slowed, not set aside: its refusals count only
-      // once its rate is down to a query or two a round trip.
-      if (ticket.sent_at >= s.last_answered_sent && s.rate <= 2 * rate_floor(s)) ++s.failures_in_row;
+      note_use(s, false);
       break;
     case query_fate::timed_out:
       ++s.timeouts;
+      if (r) ++r->timed_out;
       if (ticket.sent_at >= s.last_answered_sent) {
         ++s.failures_in_row;
         ++s.timeouts_in_row;
@@ -228,8 +250,18 @@ void server_pool::ended(std::size_t index, const query_ticket& ticket, query_fat
     case query_fate::abandoned:
       break;
   }
-  if (m_settings.health && s.health == server_health::usable && s.failures_in_row >= k_failures_to_set_aside)
-    set_aside(s, s.timeouts_in_row * 2 >= s.failures_in_row ? aside_reason::silent : aside_reason::rejecting, now);
+  if (!m_settings.health || s.health != server_health::usable) return;
+  // Silent: time-outs in a row, counted in the order sent. Rejecting: hardly a usable reply of
+  // late, however fast the replies come.
+  if (s.failures_in_row >= k_failures_to_set_aside)
+    set_aside(s, aside_reason::silent, now);
+  else if (s.outcomes >= k_failures_to_set_aside && s.useful < k_set_aside_useful)
+    set_aside(s, aside_reason::rejecting, now);
+}
+
+void server_pool::note_use(server& s, bool useful) {
+  s.useful += k_use_weight * ((useful ? 1.0 : 0.0) - s.useful);
+  ++s.outcomes;
 }
 
 void server_pool::note_rtt(server& s, microseconds rtt) {
@@ -289,7 +321,16 @@ void server_pool::judge_round(server& s, const round_counts& r, time_point now) 
   if (r.sent >= s.rate * round / 2) grow(s);
 }
 
-double server_pool::rate_floor(const server& s) const { return s.srtt_us > 0 ? 1e6 / s.srtt_us : 1; }
+double server_pool::rate_floor(const server& s) const { return 1 / std::max(pace_rtt(s), k_floor_rtt_s); }
+
+// The round trip that paces growth: the shortest seen, not the smoothed one (queues that our own
+// load builds up would slow the growth they should not), and no shorter than a round, since a
+// server on the same machine answers in a fraction of a millisecond but may still take no more
+// than a few hundred queries a second.
+double server_pool::pace_rtt(const server& s) const {
+  const double rtt = s.min_rtt_us > 0 ? static_cast<double>(s.min_rtt_us) / 1e6 : s.srtt_us / 1e6;
+  return std::max(rtt, std::chrono::duration<double>(k_shortest_round).count());
+}
 
 void server_pool::shrink(server& s, const round_counts& r, time_point now) {
   const double floor = rate_floor(s);
@@ -305,9 +346,7 @@ void server_pool::shrink(server& s, const round_counts& r, time_point now) {
 }
 
 void server_pool::grow(server& s) {
-  // The shortest round trip, not the smoothed one: queues that our own load builds up would
-  // otherwise slow the growth they should not.
-  const double rtt = s.min_rtt_us > 0 ? static_cast<double>(s.min_rtt_us) / 1e6 : 0.1;
+  const double rtt = pace_rtt(s);
   const double round = std::chrono::duration<double>(round_length(s)).count();
   if (s.rate < s.threshold)
     s.rate *= 2;
@@ -364,8 +403,11 @@ std::optional<server_pool::time_point> server_pool::next_change(time_point now) 
   };
   for (const server& s : m_servers) {
     if (s.health == server_health::set_aside && !exhausted()) consider(s.probe_due);
-    if (s.health == server_health::usable && s.next_send > now &&
-        (!m_settings.adaptive || static_cast<double>(recent_in_flight(s)) < window(s)))
+    if (s.health != server_health::usable) continue;
+    // A full window empties of the queries that go unanswered as the rounds roll on.
+    if (m_settings.adaptive && static_cast<double>(recent_in_flight(s)) >= window(s))
+      consider(s.round_start + round_length(s));
+    else if (s.next_send > now)
       consider(s.next_send);
   }
   return next;

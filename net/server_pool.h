@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <string>
 #include <vector>
@@ -76,10 +77,11 @@ class server_pool {
   server_pool(std::size_t count, const pool_settings& settings);
   std::size_t size() const { return m_servers.size(); }
 
-  // The server for the next query: usable, with room in its window and its pace, in proportion
-  // to the rates the servers take (smooth weighted round robin), and not `avoid` while another
-  // server is usable. nullopt when none can take it now.
-  std::optional<std::size_t> choose(time_point now, std::optional<std::size_t> avoid);
+  // The server for a name's next query: usable, with room in its window and its pace, in
+  // proportion to the weights (smooth weighted round robin); not one the name has `tried` while
+  // another may be asked, and never its last while any other may. nullopt when none can take it
+  // now.
+  std::optional<std::size_t> choose(time_point now, std::span<const std::size_t> tried = {});
   // A query went to `server` (chosen, or a TCP follow-up to the same one).
   query_ticket sent(std::size_t server, time_point now);
   // What became of it; `rtt` for an answered or rejected query. `rejected_by` is the reply's
@@ -109,7 +111,7 @@ class server_pool {
   static constexpr std::size_t k_rounds = 4;
   struct round_counts {
     std::uint64_t index = ~std::uint64_t{0};
-    std::uint32_t sent = 0, answered = 0, rejected = 0;
+    std::uint32_t sent = 0, answered = 0, rejected = 0, timed_out = 0;
     std::int64_t min_rtt_us = -1;
   };
   struct server {
@@ -131,6 +133,8 @@ class server_pool {
     // burst arrive together, a second after answers to later queries.
     std::uint32_t failures_in_row = 0, timeouts_in_row = 0;
     time_point last_answered_sent{};
+    double useful = 1;           // the recent share of usable replies among its replies
+    std::uint32_t outcomes = 0;  // replies since it became usable
     std::uint32_t failed_probes = 0;
     time_point probe_due{};
     double weight_now = 0;  // smooth weighted round robin
@@ -145,8 +149,10 @@ class server_pool {
   void grow(server& s);
   double window(const server& s) const;
   double rate_floor(const server& s) const;  // one query a round trip
+  double pace_rtt(const server& s) const;
   std::uint32_t recent_in_flight(const server& s) const;
   void note_rtt(server& s, std::chrono::microseconds rtt);
+  void note_use(server& s, bool useful);
   void set_aside(server& s, aside_reason reason, time_point now);
   bool has_room(const server& s, time_point now) const;
   std::chrono::nanoseconds interval(const server& s) const;

@@ -86,6 +86,9 @@ void write_json_name(std::ostream& out, const name_result& name, const input_par
   } else if (config.resolvers.empty()) {
     json_string_member(line, "server", config.server);
     json_number_member(line, "port", config.port);
+  } else if (config.resolvers.size() == 1) {
+    json_string_member(line, "server", config.resolvers.front().address);
+    json_number_member(line, "port", config.resolvers.front().port.value_or(config.port));
   } else {
     json_null_member(line, "server");
     json_null_member(line, "port");

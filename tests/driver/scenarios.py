@@ -3,10 +3,11 @@
 "-server 127.0.0.1 -port P"), scripts (UDP, and TCP connections where a row has a fifth element)
 and inputs; outputs masked, compared with expected/GROUP.expected.
 
-    scenarios.py ZIB GROUP [--update] [--wrap "valgrind ..."] [--inflight N] [--sanitized]
+    scenarios.py ZIB GROUP [--update] [--wrap "valgrind ..."] [--inflight N] [--resolvers] [--sanitized]
 
 With --inflight the rows run with "-inflight N" added and must give the same expected output:
-only the order in which the responder saw the queries may differ. The rows of the json_names
+only the order in which the responder saw the queries may differ; with --resolvers the
+responder is the one resolver of a -resolvers file, and the rows must be those of -server. The rows of the json_names
 group also show what the README's jq recipe makes of them; rows with -rfc4180 are read with
 Python's csv module, field by field against the -json rows of the same replies. The group
 "spreadsheet" reads those rows back through LibreOffice."""
@@ -350,15 +351,21 @@ def csv_mismatches(zib, row, argv, out, extra):
             yield "CSV FIELDS %r, JSON %r\n" % ([r[0], r[1], r[2], r[12]] + r[13:16], told)
 
 
-def run_row(zib, row, wrap, extra=(), recipe=False):
+def run_row(zib, row, wrap, extra=(), recipe=False, resolvers=None):
+    """With `resolvers` (a file name), "@" asks the responder as the one resolver of that file."""
     title, args, script, stdin = row[:4]
     argv = shlex.split(args) + list(extra)
     at = argv.index("@") if "@" in argv else argv.index("@53") if "@53" in argv else None
     responder = Responder(script or (), port=53 if argv[at] == "@53" else 0,
                           tcp=row[4] if len(row) > 4 else None) if at is not None else None
     port = responder.port if responder else None
-    if responder:
-        argv[at:at + 1] = ["-server", "127.0.0.1"] + (["-port", str(port)] if argv[at] == "@" else [])
+    as_server = ["-server", "127.0.0.1"] + (["-port", str(port)] if at is not None and argv[at] == "@" else [])
+    if resolvers and responder and argv[at] == "@":
+        with open(resolvers, "w") as f:
+            f.write("127.0.0.1:%d\n" % port)
+        argv[at:at + 1] = ["-resolvers", resolvers]
+    elif responder:
+        argv[at:at + 1] = as_server
     popen = {}
     if title.startswith("reader gone"):  # as in "zib ... | head -0"
         reader, writer = os.pipe()
@@ -381,6 +388,9 @@ def run_row(zib, row, wrap, extra=(), recipe=False):
         err.decode("utf-8", "backslashreplace"), status)
     if extra:
         block = block.replace(" " + " ".join(extra), "")
+    if resolvers:  # the command line as -server gives it, and -stats without its resolver line
+        block = block.replace("-resolvers " + resolvers, " ".join(as_server))
+        block = re.sub(r"(?m)^resolver 127\.0\.0\.1:\d+: .*\n", "", block)
     return mask(block.replace(zib, "zib"), port) + asked
 
 
@@ -464,6 +474,9 @@ def main():
     wrap = shlex.split(sys.argv[sys.argv.index("--wrap") + 1]) if "--wrap" in sys.argv else ()
     extra = ("-inflight", sys.argv[sys.argv.index("--inflight") + 1]) if "--inflight" in sys.argv else ()
     skip = set()
+    resolvers = None
+    if "--resolvers" in sys.argv:  # the same rows through a file that lists the responder alone
+        resolvers = os.path.join(tempfile.mkdtemp(prefix="zib-resolvers-"), "resolvers.txt")
     if group == "json_names" and not shutil.which("jq"):
         sys.exit(print("skipped: jq is not installed") or 77)
     if group == "soak":
@@ -471,7 +484,8 @@ def main():
     elif group == "spreadsheet":
         actual = spreadsheet(zib)
     else:
-        actual = "".join(run_row(zib, row, wrap, extra, group == "json_names") for row in GROUPS[group] if row[0] not in skip)
+        actual = "".join(run_row(zib, row, wrap, extra, group == "json_names", resolvers)
+                         for row in GROUPS[group] if row[0] not in skip)
     expected = os.path.join(os.path.dirname(os.path.abspath(__file__)), "expected", group + ".expected")
     normalize = (lambda text: comparable(text, skip, bool(extra))) if skip or extra else None
     sys.exit(0 if golden(expected, actual, update and not normalize, normalize) else 1)

@@ -57,7 +57,7 @@ outcome simulate(const std::vector<resolver>& resolvers, int seconds) {
     for (auto at = timeouts.begin(); at != timeouts.end() && at->first <= now; at = timeouts.erase(at))
       pool.ended(at->second.server, at->second.ticket, query_fate::timed_out, now);
     for (const std::size_t i : pool.probes_due(now)) pool.checked(i, alive(i, ms) ? aside_reason::none : aside_reason::silent, now);
-    while (const auto i = pool.choose(now, std::nullopt)) {
+    while (const auto i = pool.choose(now)) {
       const query_ticket ticket = pool.sent(*i, now);
       const resolver& r = resolvers[*i];
       const bool over = r.limit > 0 && tokens[*i] < 1;  // a query beyond the limit takes no token
@@ -130,18 +130,20 @@ TEST(server_pool, a_dead_resolver_is_set_aside_and_comes_back_after_a_probe) {
   EXPECT_GT(back.last_second[1], 1000);
 }
 
-TEST(server_pool, a_name_goes_elsewhere_while_another_server_may_be_asked) {
-  pool_settings settings;
-  server_pool pool(2, settings);
+TEST(server_pool, a_name_goes_where_it_has_not_been_while_it_can) {
+  server_pool pool(3, pool_settings{});
   const clock::time_point now{};
-  pool.checked(0, aside_reason::none, now);
-  pool.checked(1, aside_reason::none, now);
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(pool.choose(now, 0), 1u);
+  for (std::size_t i = 0; i < 3; ++i) pool.checked(i, aside_reason::none, now);
+  const std::vector<std::size_t> first{0}, both{0, 1}, all{1, 2, 0};
+  for (int i = 0; i < 4; ++i) EXPECT_NE(pool.choose(now, first), 0u);
+  EXPECT_EQ(pool.choose(now, both), 2u);
+  EXPECT_NE(pool.choose(now, all), 0u);  // every one tried: anywhere but the last
   pool.checked(1, aside_reason::silent, now);
-  EXPECT_EQ(pool.choose(now, 0), 0u);  // no other to go to
+  pool.checked(2, aside_reason::rejecting, now);
+  EXPECT_EQ(pool.choose(now, all), 0u);  // no other to go to
   pool.checked(0, aside_reason::lying, now);
-  EXPECT_EQ(pool.choose(now, 0), std::nullopt);
-  EXPECT_FALSE(pool.exhausted());  // 1 gets its probes first
+  EXPECT_EQ(pool.choose(now, all), std::nullopt);
+  EXPECT_FALSE(pool.exhausted());  // 1 and 2 get their probes first
 }
 
 }  // namespace

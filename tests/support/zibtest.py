@@ -85,19 +85,20 @@ class Responder:
     """Answers each datagram by the next step of its script, then by the steps of `cycle` in
     turn (silence without one, or when the step's make gives None). Records when each query
     arrived. Lives at most `lifetime` seconds, so it cannot hang a run."""
-    def __init__(self, script=(), cycle=(), port=0, lifetime=120, tcp=None):
+    def __init__(self, script=(), cycle=(), port=0, lifetime=120, tcp=None, host="127.0.0.1"):
         steps = lambda xs: [x if isinstance(x, act) else act(x) for x in xs]
         self.script, self.cycle, self.queries, self.times = steps(script), steps(cycle) or [act()], [], []
         self.streams, self.tcp_queries, self.listener = list(tcp or ()), [], None
         for _ in range(20):  # a TCP listener wants the UDP port too, which may be taken
-            self.sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+            family = socket.AF_INET6 if ":" in host else socket.AF_INET
+            self.sock = socket.socket(family, socket.SOCK_DGRAM)
             self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 22)
-            self.sock.bind(("127.0.0.1", port))
+            self.sock.bind((host, port))
             self.port = self.sock.getsockname()[1]
             try:
                 if tcp is not None:
-                    self.listener = socket.socket()
-                    self.listener.bind(("127.0.0.1", self.port))
+                    self.listener = socket.socket(family)
+                    self.listener.bind((host, self.port))
                     self.listener.listen(8)
                 break
             except OSError:
@@ -126,7 +127,7 @@ class Responder:
     def send(self, step, data, sender):
         try:
             if step.elsewhere:
-                with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
+                with socket.socket(self.sock.family, socket.SOCK_DGRAM) as s:
                     s.sendto(data, sender)
             else:
                 self.sock.sendto(data, sender)
