@@ -45,3 +45,10 @@ attempt_result result_of(const dns_packet_transaction& transaction, const DNS_RE
   }
   return result;
 }
+
+query_fate fate_of(const dns_packet_transaction& transaction, const attempt_result& result) {
+  if (transaction.sent_length == 0) return query_fate::abandoned;
+  if (transaction.received_length == 0) return query_fate::timed_out;
+  if (result.rcode == k_rcode_refused || result.rcode == k_rcode_servfail) return query_fate::rejected;
+  return query_fate::answered;
+}

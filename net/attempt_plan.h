@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "dns/dns_record.h"
+#include "net/server_pool.h"
 
 // How an attempt ended, as far as the plan cares.
 struct attempt_result {
@@ -61,3 +62,6 @@ class attempt_plan {
 // How `transaction`, the exchange of `query`, ended: as exchange() or take_reply() said
 // (`answered`), and what the reply's header tells.
 attempt_result result_of(const dns_packet_transaction& transaction, const DNS_RES_RECORD& query, bool answered);
+
+// What the server pool learns from an attempt.
+query_fate fate_of(const dns_packet_transaction& transaction, const attempt_result& result);

@@ -1,6 +1,7 @@
 #include "net/server_pool.h"
 
 #include <algorithm>
+#include <tuple>
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -103,6 +104,28 @@ server_pool::server_pool(std::size_t count, const pool_settings& settings) : m_s
     start_afresh(s, now);
     s.health = m_settings.health ? server_health::checking : server_health::usable;
   }
+}
+
+std::size_t server_pool::add(time_point now) {
+  server& s = m_servers.emplace_back();
+  start_afresh(s, now);
+  s.health = m_settings.health ? server_health::checking : server_health::usable;
+  return m_servers.size() - 1;
+}
+
+std::size_t server_pool::choose_among(std::span<const std::size_t> candidates,
+                                      std::span<const std::size_t> tried) const {
+  const auto cost = [&](std::size_t i) {
+    const server& s = m_servers[i];
+    const bool was_tried = std::find(tried.begin(), tried.end(), i) != tried.end();
+    // A server not measured yet takes one query at a time until it answers: a dead one must not
+    // take every name of a burst.
+    const double unmeasured = s.srtt_us > 0 ? 0 : 1e5 * static_cast<double>(s.in_flight);
+    const double penalty = 1e6 * s.timeouts_in_row + unmeasured;
+    return std::tuple(was_tried, s.health != server_health::usable, s.srtt_us + penalty);
+  };
+  return *std::min_element(candidates.begin(), candidates.end(),
+                           [&](std::size_t a, std::size_t b) { return cost(a) < cost(b); });
 }
 
 void server_pool::start_afresh(server& s, time_point now) const {

@@ -140,6 +140,11 @@ void run_summary::write(std::ostream& out, double elapsed_seconds) const {
     out << "truncated replies " << m_truncated << ", tcp attempts " << m_tcp_attempts << '\n';
   if (m_strays != 0) out << "strays: " << m_strays << " (replies to no query in flight: late, repeated or foreign)\n";
   for (const server_summary& server : m_servers) write_server(out, server);
+  if (m_resolution) {
+    const double per_name = m_names == 0 ? 0 : static_cast<double>(m_resolution->queries) / static_cast<double>(m_names);
+    out << "iterative: " << m_resolution->queries << " queries (" << decimal(per_name, 2) << " a name) to "
+        << m_resolution->servers << " servers, " << m_resolution->cache_hits << " cache hits\n";
+  }
 }
 
 void run_summary::write_server(std::ostream& out, const server_summary& s) {
@@ -205,6 +210,15 @@ void run_summary::write_json(std::ostream& out, double elapsed_seconds) const {
     if (s.check.empty()) json_null_member(one, "check"); else json_string_member(one, "check", s.check);
     doc += (i ? "," : "") + one + "}";
   }
-  doc += "]}\n";
+  doc += "]";
+  if (m_resolution) {
+    json_key(doc, "iterative");
+    std::string one = "{";
+    json_number_member(one, "queries", m_resolution->queries);
+    json_number_member(one, "servers", m_resolution->servers);
+    json_number_member(one, "cache_hits", m_resolution->cache_hits);
+    doc += one + "}";
+  }
+  doc += "}\n";
   out << doc;
 }

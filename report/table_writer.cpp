@@ -20,6 +20,8 @@ struct column_widths {
 
 bool csv_mode(const cmd_params& config) { return config.csv != 0 || config.csv_layout != 0; }
 
+constexpr std::size_t k_widest_ipv4 = 15;  // 255.255.255.255
+
 column_widths widths_for(const input_params& config) {
   if (csv_mode(config)) {
     return {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
@@ -28,6 +30,9 @@ column_widths widths_for(const input_params& config) {
   // As wide as the longest server the run may ask, so every row lines up.
   std::size_t server = config.resolvers.empty() ? config.server.size() : 0;
   for (const resolver_entry& r : config.resolvers) server = std::max(server, r.address.size());
+  // Iteratively, any server may give the last word: as wide as an IPv4 address or a root.
+  if (config.iterative != 0) server = k_widest_ipv4;
+  for (const std::string& root : config.roots) server = std::max(server, root.size());
   widths.server = static_cast<std::streamsize>(server);
   widths.date = static_cast<std::streamsize>(date_column_width(config.date_format));
   widths.time = static_cast<std::streamsize>(time_column_width(config.time_format));

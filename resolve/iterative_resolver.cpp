@@ -396,8 +396,9 @@ void iterative_resolver::end_walk(std::uint32_t id, clock::time_point) {
   m_free_walks.push_back(id);
 }
 
-// One family of a name server's addresses is in (or not): the walks that waited go on as soon as
-// any address is known, or when neither family gave one.
+// One family of a name server's addresses is in (or not). The walks that waited go on when both
+// are: a query made with the first family's addresses alone would give up on the name when they
+// fail, while the other family's may be on their way.
 void iterative_resolver::lookup_part_done(const std::string& host, const std::vector<DNS_RES_RECORD>& answers,
                                           std::uint32_t ttl, clock::time_point now) {
   std::vector<std::size_t> numbers;
@@ -411,13 +412,11 @@ void iterative_resolver::lookup_part_done(const std::string& host, const std::ve
   const auto found = m_lookups.find(host);
   if (found == m_lookups.end()) return;
   address_lookup& lookup = found->second;
-  --lookup.pending;
   lookup.found = lookup.found || !numbers.empty();
-  if (numbers.empty() && lookup.pending > 0) return;
-  std::vector<waiter> waiters = std::move(lookup.waiters);
-  lookup.waiters.clear();
-  const bool none = !lookup.found && lookup.pending == 0;
-  if (lookup.pending == 0) m_lookups.erase(found);
+  if (--lookup.pending > 0) return;
+  const std::vector<waiter> waiters = std::move(lookup.waiters);
+  const bool none = !lookup.found;
+  m_lookups.erase(found);
   for (const waiter& w : waiters) {
     if (!alive(w)) continue;
     if (none) m_walks[w.walk].failed_hosts.push_back(host);

@@ -22,7 +22,6 @@ std::size_t size_of(const cached_answer& a) {
 resolver_cache::entry* resolver_cache::find(const std::string& key, clock::time_point now) {
   const auto found = m_entries.find(key);
   if (found == m_entries.end() || found->second.expires <= now) return nullptr;
-  ++m_hits;
   return &found->second;
 }
 
@@ -95,5 +94,7 @@ void resolver_cache::put_answer(const std::string& name, std::uint16_t type, cac
 
 const cached_answer* resolver_cache::answer(const std::string& name, std::uint16_t type, clock::time_point now) {
   const entry* e = find(answer_key(name, type), now);
-  return e ? &e->answer : nullptr;
+  if (e == nullptr) return nullptr;
+  ++m_hits;
+  return &e->answer;
 }

@@ -42,7 +42,7 @@ class resolver_cache {
                   clock::time_point now);
   const cached_answer* answer(const std::string& name, std::uint16_t type, clock::time_point now);
 
-  std::uint64_t hits() const { return m_hits; }
+  std::uint64_t hits() const { return m_hits; }  // answers found
   std::size_t bytes() const { return m_bytes; }
 
  private:

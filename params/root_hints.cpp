@@ -1,4 +1,4 @@
-#include "resolve/root_hints.h"
+#include "params/root_hints.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
