@@ -10,8 +10,7 @@
 #include <vector>
 
 #include "dns/query_builder.h"
-#include "driver/hold_queue.h"
-#include "driver/output_file.h"
+#include "driver/ordered_output.h"
 #include "net/attempt_plan.h"
 #include "net/deadline_heap.h"
 #include "net/exchange_engine.h"
@@ -64,14 +63,6 @@ struct pause_token {
   std::uint32_t generation;
 };
 
-// What the pool learns from an attempt.
-query_fate fate_of(const dns_packet_transaction& transaction, const attempt_result& result) {
-  if (transaction.sent_length == 0) return query_fate::abandoned;
-  if (transaction.received_length == 0) return query_fate::timed_out;
-  if (result.rcode == k_rcode_refused || result.rcode == k_rcode_servfail) return query_fate::rejected;
-  return query_fate::answered;
-}
-
 std::chrono::microseconds round_trip(const dns_packet_transaction& transaction) {
   return std::chrono::microseconds(std::max<std::int64_t>(transaction.round_trip_us, 0));
 }
@@ -103,19 +94,15 @@ class bulk_scheduler {
         m_pool(m_servers.size(), pool_settings_of(config)),
         m_check(m_servers.size(), k_check_names),
         m_why(m_servers.size()),
-        m_hold(!config.unordered, static_cast<std::size_t>(config.hold_mb) << 20, lines_before),
-        m_one_at_a_time(config.inflight <= 1),
-        m_heading_pending(config.heading_pending != 0 && config.table_report()) {
-    // Names are rendered before their turn to be written: the heading is put in front of the
-    // run's first name here, never by a row writer.
-    m_config.heading_pending = 0;
+        m_output(out, config, extras, progress, worst, lines_before),
+        m_one_at_a_time(config.inflight <= 1) {
     for (std::size_t i = m_slots.size(); i-- > 0;) m_free.push_back(i);
     if (m_checking && !config.check_zone.empty())
       m_check_zone = config.check_zone == "." ? std::vector<std::uint8_t>{0} : *encode_name(config.check_zone);
   }
 
   bulk_result run() {
-    while (write_finished() && interrupt_signal() == 0) {
+    while (m_output.write_finished() && interrupt_signal() == 0) {
       m_progress.tick();
       admit();
       const clock::time_point now = clock::now();
@@ -124,12 +111,12 @@ class bulk_scheduler {
       dispatch(now);
       m_engine.send_queued();
       note_progress();
-      if (m_input_done && m_free.size() == m_slots.size() && m_hold.empty()) break;
+      if (m_input_done && m_free.size() == m_slots.size() && m_output.empty()) break;
       for (const exchange_engine::finished& done : m_engine.wait(next_wake(now))) ended(done);
     }
     // After a stop signal: what may be written by now, and nothing more.
-    const bool written = write_finished();
-    return {written, m_hold.resume_line()};
+    const bool written = m_output.write_finished();
+    return {written, m_output.resume_line()};
   }
 
   std::uint64_t strays() const { return m_engine.strays(); }
@@ -151,7 +138,7 @@ class bulk_scheduler {
   // back the output, not the names after it. One at a time, the next name also waits out the
   // pauses that one at a time sleeps after a name.
   void admit() {
-    while (!m_input_done && !m_free.empty() && m_hold.has_room() && interrupt_signal() == 0) {
+    while (!m_input_done && !m_free.empty() && m_output.has_room() && interrupt_signal() == 0) {
       if (m_one_at_a_time && clock::now() < m_admit_after) return;
       const std::size_t index = m_free.back();
       flight& f = m_slots[index];
@@ -161,7 +148,7 @@ class bulk_scheduler {
       }
       m_free.pop_back();
       m_engine.renew(static_cast<exchange_engine::exchange_id>(index));
-      f.sequence = m_hold.start();
+      f.sequence = m_output.start();
       f.tried.clear();
       f.counted = 0;
       f.over_tcp = m_plan.first_over_tcp();
@@ -317,28 +304,11 @@ class bulk_scheduler {
     m_progress.set_note(std::move(note));
   }
 
-  // The name is done: its report is made now, through the same steps as one at a time, and
-  // held until its turn; its slot is free for the next name.
+  // The name is done: its report is made now and held until its turn; its slot is free for the
+  // next name.
   void complete(std::size_t index) {
     flight& f = m_slots[index];
-    rendered_name name;
-    name.line = f.name.line;
-    name.input_end = f.name.input_end;
-    name.outcome = name_outcome::no_reply;
-    m_render.clear();
-    if (!f.name.built) {
-      write_bad_name(m_render.stream(), m_config, f.name);
-      // Its -why_columns row is the name's report: the heading goes before it, if it is first.
-      name.asked = name.rows_first = m_config.why_columns != 0;
-    } else if (!f.attempts.empty()) {
-      const name_report report =
-          report_name(m_render.stream(), f.attempts, m_config, &name.tally, {f.name.line, f.name.asked, {}});
-      name.asked = true;
-      name.rows_first = report.rows_first;
-      name.outcome = report.outcome;
-    }
-    name.bytes.assign(m_render.text());
-    m_hold.finish(f.sequence, std::move(name));
+    m_output.finish(f.sequence, f.name, f.attempts);
     f.attempts.clear();
     f.now = flight::state::free;
     m_free.push_back(index);
@@ -370,28 +340,6 @@ class bulk_scheduler {
     return next;
   }
 
-  // Every name that may be written now, through one flush. The heading goes in front of the
-  // first name that was asked, when its first attempt wrote rows, as one at a time.
-  bool write_finished() {
-    if (m_output_failed) return false;
-    bool any = false;
-    m_hold.drain([&](rendered_name& name) {
-      if (!any) errno = 0;
-      any = true;
-      if (m_heading_pending && name.asked) {
-        if (name.rows_first) write_table_heading(m_out, m_config);
-        m_heading_pending = false;
-      }
-      m_out.write(name.bytes.data(), static_cast<std::streamsize>(name.bytes.size()));
-      if (m_extras.summary) m_extras.summary->add(name.tally);
-      m_worst = std::max(m_worst, name.outcome);
-      m_progress.input_done(name.input_end);
-    });
-    if (!any) return true;
-    m_output_failed = output_failed(m_out);
-    return !m_output_failed;
-  }
-
   std::ostream& m_out;
   input_params& m_config;
   const query_source& m_next;
@@ -412,25 +360,25 @@ class bulk_scheduler {
   std::vector<std::string> m_why;  // why a resolver was set aside by its check
   std::vector<std::uint8_t> m_check_zone;
   bool m_checks_started = false;
-  hold_queue m_hold;
+  ordered_output m_output;
   const bool m_one_at_a_time;
   const std::chrono::seconds m_delay{static_cast<unsigned>(m_config.delay)};  // sleep()'s unsigned, as always
   clock::time_point m_admit_after{};
-  bool m_heading_pending;
-  report_row m_render;
   bool m_input_done = false;
-  bool m_output_failed = false;
   bool m_finished_outside = false;
 };
 
 }  // namespace
 
 void write_bad_name(std::ostream& out, input_params& config, const name_entry& name) {
-  const std::string_view fault = name_fault(name.asked, query_settings_of(config));
+  const std::string_view fault =
+      name.fault.empty() ? name_fault(name.asked, query_settings_of(config)) : std::string_view(name.fault);
+  const auto type =
+      name.type != 0 ? name.type : config.asked_type.value_or(static_cast<std::uint16_t>(config.query_type));
   if (config.json) write_json_bad_name(out, name.line, name.asked, fault);
-  if (config.json_names) write_json_name(out, {name.line, name.asked, nullptr, nullptr, 0, k_outcome_bad_name, fault}, config);
+  if (config.json_names)
+    write_json_name(out, {name.line, name.asked, nullptr, nullptr, 0, k_outcome_bad_name, fault, {}, type}, config);
   if (config.why_columns && !config.json && !config.json_names) {
-    const auto type = config.asked_type.value_or(static_cast<std::uint16_t>(config.query_type));
     report_bad_name(out, config, type, {name.line, name.asked, k_outcome_bad_name});
   }
 }

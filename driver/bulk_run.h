@@ -19,8 +19,11 @@ struct name_entry {
   DNS_RES_RECORD query;
   std::uint64_t line = 1;       // input line number
   std::uint64_t input_end = 0;  // bytes of input read up to the end of its line
-  std::string asked;            // the name as given
+  std::string asked;            // the name as given (one address of a -cidr range)
   bool built = false;
+  std::uint16_t type = 0;       // the type asked; 0: the run's one type
+  bool line_end = true;         // the last lookup of its line
+  std::string fault;            // why it cannot be asked, when not its name's (a bad range)
 };
 
 // What is written for a name that cannot be built: nothing in the reports made for reading

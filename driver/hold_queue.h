@@ -23,6 +23,7 @@ struct rendered_name {
   name_outcome outcome = name_outcome::answered;
   std::uint64_t line = 0;       // input line number
   std::uint64_t input_end = 0;  // bytes of input read up to the end of its line
+  bool line_end = true;         // the last lookup of its line (-qtypes and -cidr make several)
 };
 
 class hold_queue {
@@ -55,10 +56,16 @@ class hold_queue {
     std::size_t held = 0;  // the report's bytes counted in m_held while it waits
     rendered_name name;
   };
+  // The most finished lookups of one line held back for the line's last.
+  static constexpr std::uint64_t k_line_lookups_held = 4096;
+  // What the allocator adds to a block it hands out: its header, and the rounding up.
+  static constexpr std::size_t k_allocation_overhead = 64;
   // What an entry costs while it waits, beyond its report's bytes.
   static constexpr std::size_t k_entry_cost = sizeof(entry);
 
   void pop_written_front();
+  // Moves m_writable_end past every line whose lookups are all finished, in order.
+  void note_finished_lines();
   // The next name to write in input order, or null.
   rendered_name* ready_front();
 
@@ -66,6 +73,8 @@ class hold_queue {
   std::size_t m_limit;
   std::size_t m_held = 0;
   std::uint64_t m_base = 0;  // sequence number of the front entry
+  std::uint64_t m_scanned = 0;       // entries before it are all finished
+  std::uint64_t m_writable_end = 0;  // entries before it belong to lines all finished
   std::deque<entry> m_entries;
   std::vector<rendered_name> m_finished_unordered;
   std::uint64_t m_resume_line;
@@ -74,9 +83,15 @@ class hold_queue {
 template <typename Write>
 void hold_queue::drain(Write&& write) {
   if (m_ordered) {
-    while (rendered_name* name = ready_front()) {
+    note_finished_lines();
+    // A line's lookups go out together once its last is done, so that a stop leaves no line
+    // half written; only a line of more lookups than are held for one (a -cidr range) or a full
+    // hold lets part of a line out before.
+    while (m_base < m_writable_end || m_held >= m_limit || m_scanned - m_base > k_line_lookups_held) {
+      rendered_name* name = ready_front();
+      if (name == nullptr) break;
       write(*name);
-      m_resume_line = name->line;
+      m_resume_line = name->line_end ? name->line : name->line - 1;
       m_entries.front().written = true;
       pop_written_front();
     }

@@ -85,11 +85,12 @@ std::string_view outcome_word(name_outcome outcome) {
 }
 
 name_report report_name(std::ostream& out, std::vector<finished_attempt>& attempts, input_params& config,
-                        name_tally* tally, const query_origin& origin) {
+                        name_tally* tally, const query_origin& origin, const resolution_note* note) {
   name_report report;
   if (attempts.empty()) return report;
   const finished_attempt& last = attempts.back();
   report.outcome = classify_attempt(last.transaction, last.answered);
+  if (note != nullptr && !note->reason.empty()) report.outcome = std::max(report.outcome, name_outcome::failed);
   const query_origin judged{origin.line, origin.asked, outcome_word(report.outcome)};
   for (std::size_t i = 0; i < attempts.size(); ++i) {
     finished_attempt& a = attempts[i];
@@ -98,7 +99,8 @@ name_report report_name(std::ostream& out, std::vector<finished_attempt>& attemp
   }
   if (config.json_names)
     write_json_name(out, {origin.line, origin.asked, &last.query, &last.transaction, attempts.size(),
-                          judged.outcome, {}}, config);
+                          judged.outcome, note != nullptr ? note->reason : std::string_view{},
+                          note != nullptr ? note->json_members : std::string_view{}}, config);
   return report;
 }
 
@@ -121,7 +123,7 @@ query_result run_query(std::ostream& out, dns_packet_transaction& transaction, D
   if (config.json_names) {
     // The object needs the whole name; one cut short is asked again by a resumed run.
     if (!outcome) return {};
-    write_json_name(out, {origin.line, origin.asked, &query, &transaction, made, outcome_word(*outcome), {}}, config);
+    write_json_name(out, {origin.line, origin.asked, &query, &transaction, made, outcome_word(*outcome), {}, {}}, config);
     out.flush();
   }
   if (extras.summary) extras.summary->add(tally);

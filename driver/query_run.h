@@ -46,10 +46,18 @@ struct name_report {
   bool rows_first = false;
 };
 
+// What an iterative resolution adds to a name's report: why it failed, when more than its last
+// reply tells (the name then counts as failed at least), and the members its -json_names object
+// gains, rendered (a comma list of JSON members).
+struct resolution_note {
+  std::string_view reason;
+  std::string_view json_members;
+};
+
 // A name's report once its last attempt is over: every attempt's rows and dump, each row saying
 // the name's outcome under -why_columns, then with -json_names the name's one object.
 name_report report_name(std::ostream& out, std::vector<finished_attempt>& attempts, input_params& config,
-                        name_tally* tally, const query_origin& origin);
+                        name_tally* tally, const query_origin& origin, const resolution_note* note = nullptr);
 
 // Writes every attempt's rows (and the verbose dump), flushed after each attempt; with
 // -json_names, the name's one object after its last attempt. A stop signal ends it between

@@ -18,6 +18,8 @@
 #include "dns/query_builder.h"
 #include "driver/error_printer.h"
 #include "driver/bulk_run.h"
+#include "driver/iterative_run.h"
+#include "driver/line_lookups.h"
 #include "driver/filename_filter.h"
 #include "driver/output_file.h"
 #include "driver/run_progress.h"
@@ -67,7 +69,16 @@ struct run_state {
 
 // Many names in flight, or a pool of resolvers, which the bulk run drives (one name at a time
 // without -inflight).
-bool bulk_mode(const input_params& config) { return config.inflight > 1 || !config.resolvers.empty(); }
+bool bulk_mode(const input_params& config) {
+  return config.inflight > 1 || !config.resolvers.empty() || config.iterative != 0;
+}
+
+// The run of many names: from the root down with -iterative, else through the bulk run.
+bulk_result run_many(std::ostream& out, input_params& config, const query_source& next, run_state& run,
+                     name_outcome& worst, std::uint64_t lines_before = 0) {
+  if (config.iterative != 0) return run_iterative(out, config, next, run.extras, run.progress, worst, lines_before);
+  return run_bulk(out, config, next, run.extras, run.progress, worst, lines_before);
+}
 
 // The name is encoded as the lookup option encodes it, whatever type -qtype asks for.
 bool build(DNS_RES_RECORD& query, const std::string& name, const input_params& config) {
@@ -78,8 +89,27 @@ bool build(DNS_RES_RECORD& query, const std::string& name, const input_params& c
 
 void note(name_outcome& worst, name_outcome outcome) { worst = std::max(worst, outcome); }
 
+// Where a piped run stands when it ends: false when the output failed (the rest of the input
+// is then left unread), and the last input line up to which every name is written.
+struct piped_result {
+  bool written = true;
+  std::uint64_t resume_line = 0;
+};
+piped_result ask_each(std::ostream& out, input_params& config, dns_packet_transaction& transaction, run_state& run,
+                      name_outcome& worst, const query_source& next_name, std::uint64_t number);
+
 int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, dns_packet_transaction& transaction,
                run_state& run, name_outcome& worst) {
+  line_lookups lookups(config);
+  if (lookups.expands()) {
+    // -qtypes or a -cidr range: the name's lookups, as those of a piped line.
+    config.heading_pending = run.continuing ? 0 : 1;
+    const std::string name = config.query_name;
+    lookups.begin(name, 1, 0);
+    const query_source next = [&](name_entry& entry) { return lookups.next(entry); };
+    if (bulk_mode(config)) return run_many(out, config, next, run, worst).written ? k_exit_ok : k_exit_fatal;
+    return ask_each(out, config, transaction, run, worst, next, 0).written ? k_exit_ok : k_exit_fatal;
+  }
   if (!build(query, config.query_name, config)) {
     print_error("prob building dns packet... aborting\n");
     return k_exit_fatal;
@@ -89,22 +119,18 @@ int ask_single(std::ostream& out, input_params& config, DNS_RES_RECORD& query, d
     bool given = false;
     const query_source once = [&](name_entry& next) {
       if (std::exchange(given, true)) return false;
-      next = {query, 1, 0, config.query_name, true};
+      next.query = query;
+      next.asked = config.query_name;
+      next.built = true;
       return true;
     };
-    return run_bulk(out, config, once, run.extras, run.progress, worst).written ? k_exit_ok : k_exit_fatal;
+    return run_many(out, config, once, run, worst).written ? k_exit_ok : k_exit_fatal;
   }
   errno = 0;
   note(worst, run_query(out, transaction, query, config, run.extras, {1, config.query_name, {}}).outcome);
   return output_failed(out) ? k_exit_fatal : k_exit_ok;
 }
 
-// Where a piped run stands when it ends: false when the output failed (the rest of the input
-// is then left unread), and the last input line up to which every name is written.
-struct piped_result {
-  bool written = true;
-  std::uint64_t resume_line = 0;
-};
 
 // When standard input is a file, the status line can tell how much of it is done: the bytes
 // from where the input stands before anything is read (another process may have read its head)
@@ -135,36 +161,42 @@ piped_result ask_piped(std::ostream& out, input_params& config, dns_packet_trans
   // The next line worth asking, with its number, built into `next.query` when it can be. A
   // line that cannot be encoded is skipped without the delay: quietly in the reports made for
   // reading, with its reason in JSON, where every name gets a result.
+  line_lookups lookups(config);
   const query_source next_name = [&](name_entry& next) {
+    if (lookups.next(next)) return true;
     while (reader.read(line, true) && interrupt_signal() == 0) {
       ++number;
       if (config.clean_input && !clean_input_line(line, number == 1)) continue;
       if (line.empty() || !filter_accepts(filters, line)) continue;
       config.query_name = line;
-      next.line = number;
-      next.input_end = reader.bytes_read();
-      next.asked = line;
-      next.built = build(next.query, line, config);
-      return true;
+      lookups.begin(line, number, reader.bytes_read());
+      return lookups.next(next);
     }
     return false;
   };
   if (bulk_mode(config)) {
-    const bulk_result result = run_bulk(out, config, next_name, run.extras, run.progress, worst, number);
+    const bulk_result result = run_many(out, config, next_name, run, worst, number);
     return {result.written, result.resume_line};
   }
+  return ask_each(out, config, transaction, run, worst, next_name, number);
+}
+
+// One lookup after another. A name that cannot be built is skipped without the delay.
+piped_result ask_each(std::ostream& out, input_params& config, dns_packet_transaction& transaction, run_state& run,
+                      name_outcome& worst, const query_source& next_name, std::uint64_t number) {
   piped_result result{true, number};
   name_entry name;
   for (;;) {
     transaction.clear();
     if (!next_name(name)) return result;
     errno = 0;
+    const std::uint64_t done_line = name.line_end ? name.line : name.line - 1;
     if (!name.built) {
       note(worst, name_outcome::no_reply);
       write_bad_name(out, config, name);
       if ((config.json || config.json_names || config.why_columns) && output_failed(out))
         return {false, result.resume_line};
-      result.resume_line = name.line;
+      result.resume_line = done_line;
       continue;
     }
     const query_result asked = run_query(out, transaction, name.query, config, run.extras, {name.line, name.asked, {}});
@@ -172,8 +204,8 @@ piped_result ask_piped(std::ostream& out, input_params& config, dns_packet_trans
     if (output_failed(out)) return {false, result.resume_line};
     // A name cut short after an attempt is written counts as done: going on from the next line
     // asks no name twice.
-    if (asked.reported || config.retry < 0) result.resume_line = name.line;
-    run.progress.input_done(name.input_end);
+    if (asked.reported || config.retry < 0) result.resume_line = done_line;
+    if (name.line_end) run.progress.input_done(name.input_end);
     run.progress.tick();
     if (interrupt_signal() != 0) return result;
     if (config.delay != 0) pause_seconds(static_cast<unsigned>(config.delay));

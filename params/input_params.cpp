@@ -14,6 +14,7 @@
 #include "dns/message_header.h"
 #include "dns/query_builder.h"
 #include "dns/record_types.h"
+#include "params/root_hints.h"
 
 namespace {
 
@@ -66,6 +67,8 @@ constexpr bounded_option k_hold_mb{"-hold_mb", "hold_mb", 1, 65536};
 constexpr bounded_option k_skip_lines{"-skip_lines", "skip_lines", 0, INT64_MAX};
 // RFC 6891 section 6.2.3: a size below 512 is read as 512, so it is no use asking for one.
 constexpr bounded_option k_edns{"-edns", "edns", 512, 65535};
+constexpr bounded_option k_cache_mb{"-cache_mb", "cache_mb", 1, 65536};
+constexpr bounded_option k_name_timeout_ms{"-name_timeout_ms", "name_timeout_ms", 1, 86400000};
 constexpr bounded_option k_resolver_qps{"-resolver_qps", "resolver_qps", 1, 10000000};
 constexpr std::int32_t k_dnssec_edns = 1232;  // what -dnssec offers alone: fits one unfragmented datagram
 
@@ -101,6 +104,32 @@ bool take_asked_type(arg_list& args, std::optional<std::uint16_t>& type) {
   return false;
 }
 
+// -qtypes: types as -qtype takes them, joined by commas; -qtype beside it is an error.
+bool take_asked_types(arg_list& args, input_params& config) {
+  const auto value = take_value(args, "-qtypes");
+  if (!value) return true;
+  if (config.asked_type) {
+    std::cerr << "use -qtype or -qtypes, not both\n";
+    return false;
+  }
+  std::string_view rest = *value;
+  while (true) {
+    const auto comma = rest.find(',');
+    const std::string item(rest.substr(0, comma));
+    std::int64_t number = -1;
+    if (const auto code = type_code(item)) {
+      config.asked_types.push_back(*code);
+    } else if (read_strict_number(item, number) && number >= 0 && number <= 65535) {
+      config.asked_types.push_back(static_cast<std::uint16_t>(number));
+    } else {
+      std::cerr << "invalid qtypes: " << *value << '\n';
+      return false;
+    }
+    if (comma == std::string_view::npos) return true;
+    rest.remove_prefix(comma + 1);
+  }
+}
+
 // -resolvers: the file read and checked now, so that a bad list stops the run before anything
 // is asked. False with the message written.
 bool read_resolvers(const std::string& path, input_params& config) {
@@ -126,8 +155,50 @@ bool read_resolvers(const std::string& path, input_params& config) {
   return true;
 }
 
-// -server, -server6 or -resolvers, exactly one of them. False with the message written.
+// -roots: the file read and checked now, like -resolvers. False with the message written.
+bool read_roots(const std::string& path, input_params& config) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  if (file) text << file.rdbuf();
+  if (!file || file.bad()) {
+    std::cerr << "roots file " << path << ": " << std::strerror(errno != 0 ? errno : EIO) << '\n';
+    return false;
+  }
+  const root_hints hints = read_root_hints(text.str());
+  if (hints.bad_line != 0) {
+    std::cerr << "roots file " << path << ", line " << hints.bad_line << ": neither an address nor a root hint\n";
+    return false;
+  }
+  if (hints.addresses.empty()) {
+    std::cerr << "roots file " << path << ": no root server in it\n";
+    return false;
+  }
+  config.roots_file = path;
+  config.roots = hints.addresses;
+  return true;
+}
+
+// -iterative asks the root servers (-roots, or the built-in ones) and no other server. False
+// with the message written.
+bool take_iterative(arg_list& args, input_params& config) {
+  const auto roots = take_value(args, "-roots");
+  for (const char* other : {"-server", "-server6", "-resolvers"}) {
+    if (take_value(args, other)) {
+      std::cerr << "use -iterative without -server, -server6 or -resolvers\n";
+      return false;
+    }
+  }
+  errno = 0;
+  if (roots) return read_roots(*roots, config);
+  config.roots = builtin_root_hints().addresses;
+  return true;
+}
+
+// -server, -server6 or -resolvers, exactly one of them (or -iterative, and none). False with
+// the message written.
 bool take_server(arg_list& args, input_params& config) {
+  if (take_switch(args, "-iterative")) config.iterative = 1;
+  if (config.iterative != 0) return take_iterative(args, config);
   auto address6 = take_value(args, "-server6");
   auto address = take_value(args, "-server");
   const auto resolvers = take_value(args, "-resolvers");
@@ -219,6 +290,21 @@ bool take_check_zone(arg_list& args, input_params& config) {
   return true;
 }
 
+// The switches that shape an iterative run; each alone is an error, as it would change nothing.
+bool take_iterative_options(arg_list& args, input_params& config) {
+  const std::int32_t cache_mb = config.cache_mb, name_timeout_ms = config.name_timeout_ms;
+  if (take_switch(args, "-trace")) config.trace = 1;
+  if (!take_bounded(args, k_cache_mb, config.cache_mb) || !take_bounded(args, k_name_timeout_ms, config.name_timeout_ms))
+    return false;
+  const bool given = config.trace != 0 || cache_mb != config.cache_mb || name_timeout_ms != config.name_timeout_ms ||
+                     take_value(args, "-roots");
+  if (config.iterative == 0 && given) {
+    std::cerr << "-roots, -trace, -cache_mb and -name_timeout_ms need -iterative\n";
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 input_params::input_params() {
@@ -271,13 +357,15 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
   if (take_switch(args, "-tcp_only")) tcp_only = 1;
   if (take_switch(args, "-dnssec")) dnssec = 1;
   if (take_switch(args, "-clean_input")) clean_input = 1;
+  if (take_switch(args, "-cidr")) cidr = 1;
   const bool valid = take_bounded(args, k_port, port) && take_bounded(args, k_timeout_ms, timeout_ms) &&
                      take_bounded(args, k_qps, qps) && take_bounded(args, k_inflight, inflight) &&
                      take_bounded(args, k_hold_mb, hold_mb) && take_bounded(args, k_skip_lines, skip_lines) &&
-                     take_asked_type(args, asked_type) && take_bounded(args, k_edns, edns) &&
+                     take_asked_type(args, asked_type) && take_asked_types(args, *this) &&
+                     take_bounded(args, k_edns, edns) &&
                      take_bounded(args, k_resolver_qps, resolver_qps) && take_retry_rcodes(args, *this) &&
                      take_check_zone(args, *this);
-  if (!valid) return 0;
+  if (!valid || !take_iterative_options(args, *this)) return 0;
   if (auto value = take_value(args, "-stats_json")) stats_json = std::move(*value);
   settle_resolvers(*this);
   if (dnssec && edns == 0) edns = k_dnssec_edns;

@@ -63,4 +63,14 @@ class input_params : public cmd_params {
   std::int32_t resolver_qps = 0;  // -resolver_qps: at most this many queries a second to each resolver
   std::string check_zone;         // -check_zone: where the resolvers' check names are made up
   std::string stats_json;         // -stats_json: the run's summary as one JSON document
+  // -iterative: every name resolved from the root servers down, without a recursive resolver.
+  std::uint8_t iterative = 0;
+  std::string roots_file;               // -roots FILE; empty: the built-in root servers
+  std::vector<std::string> roots;       // the root servers' addresses, IPv4 and IPv6
+  std::int32_t cache_mb = 64;           // -cache_mb: what the run has learned, at most this many MiB
+  std::int32_t name_timeout_ms = 15000;  // -name_timeout_ms: the most one name may take
+  std::uint8_t trace = 0;               // -trace: -json_names shows every query of a name
+  // -qtypes: each name asked once for each of these types, in this order; empty without it.
+  std::vector<std::uint16_t> asked_types;
+  std::uint8_t cidr = 0;  // -cidr: an address/prefix with -ip or -ip6 stands for its whole range
 };

@@ -78,11 +78,18 @@ void write_json_name(std::ostream& out, const name_result& name, const input_par
   json_number_member(line, "line", name.line);
   json_string_member(line, "asked", name.asked);
   query_member(line, name.query);
-  type_members(line, config.asked_type.value_or(static_cast<std::uint16_t>(config.query_type)));
+  // The type asked: a name's own under -qtypes.
+  const std::uint16_t run_type = config.asked_type.value_or(static_cast<std::uint16_t>(config.query_type));
+  type_members(line, name.query != nullptr && !config.asked_types.empty() ? name.query->type
+                     : name.type != 0                                     ? name.type
+                                                                          : run_type);
   // The last attempt's server; a bad name asked none: the run's one server, or null among many.
   if (name.query != nullptr && name.transaction != nullptr) {
     json_string_member(line, "server", name.query->server);
     json_number_member(line, "port", name.transaction->server_port);
+  } else if (config.iterative != 0) {
+    json_null_member(line, "server");
+    json_null_member(line, "port");
   } else if (config.resolvers.empty()) {
     json_string_member(line, "server", config.server);
     json_number_member(line, "port", config.port);
@@ -100,6 +107,10 @@ void write_json_name(std::ostream& out, const name_result& name, const input_par
   json_number_member(line, "attempts", name.attempts);
   json_string_member(line, "outcome", name.outcome);
   if (!name.reason.empty()) json_string_member(line, "reason", name.reason);
+  if (!name.more.empty()) {
+    line += ',';
+    line += name.more;
+  }
   attempt_members(line, name);
   const dns_packet_transaction* t = name.transaction;
   section_member(line, "answer", t != nullptr ? &t->answers : nullptr);

@@ -20,7 +20,9 @@ struct name_result {
   const dns_packet_transaction* transaction = nullptr;
   std::uint64_t attempts = 0;
   std::string_view outcome;  // "answered", "empty", "failed", "no reply" or "bad name"
-  std::string_view reason;   // why a bad name could not be built
+  std::string_view reason;   // why a bad name could not be built, or an iterative resolution failed
+  std::string_view more;     // members that follow, rendered: an iterative resolution's queries and trace
+  std::uint16_t type = 0;    // the type asked, for a name without a query; 0: the run's one type
 };
 
 // One line: line, asked, query (the name as the question holds it, null when it cannot be read

@@ -34,6 +34,8 @@ class name_tally {
   // whether it went over TCP, and whether its reply was truncated.
   void count_attempt(const dns_packet_transaction& transaction, const DNS_RES_RECORD& query);
   bool empty() const { return m_attempts.empty(); }
+  // What it holds beyond itself, for a bound on memory.
+  std::size_t heap_bytes() const { return m_attempts.capacity() * sizeof(attempt_note); }
 
  private:
   friend class run_summary;
@@ -68,6 +70,10 @@ class run_summary {
   void count_strays(std::uint64_t count) { m_strays += count; }
   // The servers of a run with -resolvers, one line each.
   void set_servers(std::vector<server_summary> servers) { m_servers = std::move(servers); }
+  // What an -iterative run sent: queries to how many servers, and answers its cache gave.
+  void set_resolution(std::uint64_t queries, std::size_t servers, std::uint64_t cache_hits) {
+    m_resolution = {queries, servers, cache_hits};
+  }
 
   // "1200 names, 950 names/s, 3 timeouts, 1.3 s"
   std::string progress_text(double elapsed_seconds) const;
@@ -98,4 +104,10 @@ class run_summary {
   std::uint64_t m_tcp_attempts = 0;
   std::uint64_t m_truncated = 0;
   std::vector<server_summary> m_servers;
+  struct resolution_counts {
+    std::uint64_t queries = 0;
+    std::size_t servers = 0;
+    std::uint64_t cache_hits = 0;
+  };
+  std::optional<resolution_counts> m_resolution;
 };
