@@ -17,7 +17,7 @@ bool output_failed(std::ostream& out) {
 }
 
 output_file::~output_file() {
-  sync();
+  write_all();
   // Not retried on EINTR, like every close in zib: the descriptor may already be gone.
   if (m_owned) ::close(m_descriptor);
 }
@@ -48,7 +48,21 @@ std::streamsize output_file::xsputn(const char* s, std::streamsize n) {
   return n;
 }
 
+bool output_file::holds_back() {
+  if (m_regular < 0) {
+    struct stat file {};
+    m_regular = ::fstat(m_descriptor, &file) == 0 && S_ISREG(file.st_mode) ? 1 : 0;
+  }
+  return m_regular == 1 && m_pending.size() < k_flush_at;
+}
+
+bool output_file::write_all() {
+  m_regular = 0;
+  return sync() == 0;
+}
+
 int output_file::sync() {
+  if (holds_back()) return 0;
   std::size_t done = 0;
   while (done < m_pending.size()) {
     const ssize_t count = ::write(m_descriptor, m_pending.data() + done, m_pending.size() - done);

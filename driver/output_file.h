@@ -30,6 +30,9 @@ class output_file : public std::streambuf {
   bool holds_data() const;
   // Where the report goes: 1 for standard output, or the results file's descriptor.
   int descriptor() const { return m_descriptor; }
+  // Writes whatever is held, and from now on every flush writes: the run's last rows are out,
+  // or it says why not.
+  bool write_all();
 
  protected:
   int_type overflow(int_type c) override;
@@ -40,7 +43,12 @@ class output_file : public std::streambuf {
   // A little over what a big reply's verbose dump takes, so most flushes are one write.
   static constexpr std::size_t k_flush_at = 1 << 16;
 
+  // Nobody reads a regular file while it is written the way a pipe or a terminal is read: rows
+  // bound for one are written in blocks of k_flush_at (and at the end), not at every flush.
+  bool holds_back();
+
   std::string m_pending;
   int m_descriptor = 1;
   bool m_owned = false;
+  int m_regular = -1;  // whether the descriptor is a regular file; -1: not looked at yet
 };

@@ -302,6 +302,8 @@ int zib_main(int argc, char** argv) {
   if (!asked) return k_exit_fatal;
   errno = 0;
   if (config.xml) out << "</logdata>\n";
+  out.flush();
+  if (!results.write_all()) out.setstate(std::ios::badbit);
   if (output_failed(out)) return k_exit_fatal;
   if (config.stats) {
     std::ostringstream summary;  // one write, so the lines cannot interleave with another process's
