@@ -113,16 +113,19 @@ std::size_t server_pool::add(time_point now) {
   return m_servers.size() - 1;
 }
 
+constexpr double k_unmeasured_rtt_us = 376000;
+
 std::size_t server_pool::choose_among(std::span<const std::size_t> candidates,
                                       std::span<const std::size_t> tried) const {
   const auto cost = [&](std::size_t i) {
     const server& s = m_servers[i];
     const bool was_tried = std::find(tried.begin(), tried.end(), i) != tried.end();
-    // A server not measured yet takes one query at a time until it answers: a dead one must not
-    // take every name of a burst.
-    const double unmeasured = s.srtt_us > 0 ? 0 : 1e5 * static_cast<double>(s.in_flight);
-    const double penalty = 1e6 * s.timeouts_in_row + unmeasured;
-    return std::tuple(was_tried, s.health != server_health::usable, s.srtt_us + penalty);
+    // A server not measured yet counts as a slow one (a round trip of 376 ms, as unbound counts
+    // it) and takes one query at a time until it answers: a dead one must not take every name
+    // of a burst.
+    const double rtt = s.srtt_us > 0 ? s.srtt_us : k_unmeasured_rtt_us * (1.0 + static_cast<double>(s.in_flight));
+    const double penalty = 1e6 * s.timeouts_in_row;
+    return std::tuple(was_tried, s.health != server_health::usable, rtt + penalty);
   };
   return *std::min_element(candidates.begin(), candidates.end(),
                            [&](std::size_t a, std::size_t b) { return cost(a) < cost(b); });

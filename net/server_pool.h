@@ -85,8 +85,8 @@ class server_pool {
   // A server more (one an iterative run has just learned of); its number.
   std::size_t add(time_point now);
   // Of `candidates` (not empty), the server a query is best sent to: one it has not `tried`,
-  // usable, then the fastest measured; a server never measured is tried before a slow one (one
-  // query at a time until it answers), and each time-out in a row counts as a second more. Windows and pace do not matter here: the
+  // usable, then the fastest measured; a server never measured counts as one of 376 ms (and
+  // takes one query at a time until it answers), and each time-out in a row as a second more. Windows and pace do not matter here: the
   // caller paces its queries.
   std::size_t choose_among(std::span<const std::size_t> candidates, std::span<const std::size_t> tried) const;
   // A query went to `server` (chosen, or a TCP follow-up to the same one).
