@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """zib as a user runs it against a scripted responder: a table of command lines ("@" stands for
 "-server 127.0.0.1 -port P"), scripts (UDP, and TCP connections where a row has a fifth element)
-and inputs; outputs masked, compared with expected/GROUP.expected.
+and inputs; outputs masked (the ID of a success row must be one a query or reply carried), then
+compared with expected/GROUP.expected.
 
     scenarios.py ZIB GROUP [--update] [--wrap "valgrind ..."] [--inflight N] [--resolvers] [--sanitized]
 
@@ -13,8 +14,8 @@ Python's csv module, field by field against the -json rows of the same replies. 
 "spreadsheet" reads those rows back through LibreOffice."""
 import csv, io, json, os, re, shlex, shutil, struct, subprocess, sys, tempfile, time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
-from zibtest import (Responder, act, capture, dnspython, foreign, framed, golden, mask, name, peak_memory, raw,
-                     reply, rr, run_zib, stream)
+from zibtest import (Responder, act, capture, dnspython, foreign, framed, golden, ids_off_the_wire, mask, name,
+                     peak_memory, raw, reply, rr, run_zib, stream)
 
 WWW, NX, MX, NS = capture("nsd-a-www"), capture("nsd-a-nxdomain"), capture("nsd-mx-several"), capture("nsd-ns-apex")
 QUESTION_ONLY = reply()
@@ -381,8 +382,8 @@ def run_row(zib, row, wrap, extra=(), recipe=False, resolvers=None):
     shown = out.decode("utf-8", "backslashreplace")
     if "-rfc4180" in argv:  # its line ends are CR LF, which the expected file shows as \r
         shown = shown.replace("\r", "\\r")
-    block = "== %s\n$ zib %s\n%s%s%s-- stderr\n%s-- exit %d\n" % (
-        title, " ".join(shlex.quote(a) for a in argv), shown,
+    block = "== %s\n$ zib %s\n%s%s%s%s-- stderr\n%s-- exit %d\n" % (
+        title, " ".join(shlex.quote(a) for a in argv), shown, ids_off_the_wire(out, responder) if responder else "",
         "".join(json_lines(out)) if "-json" in argv or "-json_names" in argv else "",
         jq_recipe(out) if recipe else "".join(csv_mismatches(zib, row, argv, out, extra)) if "-rfc4180" in argv else "",
         err.decode("utf-8", "backslashreplace"), status)

@@ -88,7 +88,7 @@ class Responder:
     def __init__(self, script=(), cycle=(), port=0, lifetime=120, tcp=None, host="127.0.0.1"):
         steps = lambda xs: [x if isinstance(x, act) else act(x) for x in xs]
         self.script, self.cycle, self.queries, self.times = steps(script), steps(cycle) or [act()], [], []
-        self.streams, self.tcp_queries, self.listener = list(tcp or ()), [], None
+        self.streams, self.tcp_queries, self.listener, self.replies = list(tcp or ()), [], None, []
         for _ in range(20):  # a TCP listener wants the UDP port too, which may be taken
             family = socket.AF_INET6 if ":" in host else socket.AF_INET
             self.sock = socket.socket(family, socket.SOCK_DGRAM)
@@ -122,6 +122,7 @@ class Responder:
                 self.times.append(time.monotonic())
                 data = step.make(query) if step.make is not None else None
                 if data is not None:
+                    self.replies.append(data)
                     threading.Timer(step.delay, self.send, (step, data, sender)).start()
 
     def send(self, step, data, sender):
@@ -213,7 +214,7 @@ def peak_memory(zib, args, stdin):
 
 
 ROW_ID = re.compile(r"((?:question|answer|authority|additions) *(\W{0,3}|\t)"
-                    r"(?:success|sock err|timeout|unkresp|invalid|tcp err) *\2)[0-9a-f]+(?=\2)")
+                    r"(?:success|sock err|timeout|unkresp|invalid|tcp err) *\2)([0-9a-f]+)(?=\2)")
 DUMP_ID = re.compile(r"(packet that was (?:sent|recv'd)\n0000 0000:  )(..)(.{48})(.)")
 
 
@@ -234,6 +235,17 @@ def mask(text, port=None):
     text = re.sub(r"(?m)^rtt ms: p50 \d.*$", "rtt ms: {RTT}", text)
     text = re.sub(r"\d+ names, \d+ names/s, \d+ timeouts, [\d.]+ s", "{PROGRESS}", text)
     return text.replace("\x1b[2K\r" + " " * 27 + "\r", "{ERASE}")
+
+
+def ids_off_the_wire(out, responder):
+    """What mask() hides: the ID of each success row (text, CSV, XML, JSON) must be one that a
+    query or a reply on the wire carried (byte 0 low, byte 1 high)."""
+    text = out.decode("latin-1")
+    ids = [int(m[3], 16) for m in ROW_ID.finditer(text) if "success" in m[1]]
+    ids += [int(h, 16) for h in re.findall(r"<status>success</status><packet_id>([0-9a-f]+)<", text)]
+    ids += [int(d) for d in re.findall(r'"status":"success","id":(\d+)', text)]
+    wire = {m[0] | m[1] << 8 for m in responder.queries + responder.tcp_queries + responder.replies if len(m) > 1}
+    return "".join("ROW ID %04x NEITHER ASKED NOR ANSWERED\n" % i for i in sorted(set(ids) - wire))
 
 
 def golden(expected_path, actual, update, normalize=None):
