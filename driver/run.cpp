@@ -248,6 +248,10 @@ int zib_main(int argc, char** argv) {
     print_usage(std::cerr, program, config.tool_id);
     return k_exit_ok;
   }
+  if (config.show_version) {
+    std::cout << k_tool_name << ' ' << k_tool_version << '\n' << std::flush;
+    return std::cout ? k_exit_ok : k_exit_fatal;
+  }
   // JSON Lines have no run header line: every line of the output is one object; nor has RFC 4180
   // CSV, whose first line is the heading.
   if (!parsed) {

@@ -74,6 +74,7 @@ void cmd_params::set_separator(std::string text) {
 parse_result cmd_params::parse_generic(arg_list& args, std::ostream& header) {
   write_header(args, tool_id, header);
   if (wants_help(args)) return parse_result::help;
+  if (take_switch(args, "-version")) return parse_result::version;
 
   // Read before any separator is set, so that the substitution rule sees it.
   if (take_switch(args, "-enable_quoted_csv_fields")) {

@@ -9,12 +9,12 @@
 
 #include "params/arg_list.h"
 
-// The tool's identification, as printed in the usage text, the run header line and the XML
-// tool attribute.
+// The tool's identification, as printed in the usage text, the run header line, the XML tool
+// attribute and -version. The version is the one CMake's project() gives the build.
 inline constexpr const char* k_tool_name = "zib";
-inline constexpr const char* k_tool_version = "1.0.0";
+inline constexpr const char* k_tool_version = ZIB_VERSION;
 
-enum class parse_result { ok, failed, help };
+enum class parse_result { ok, failed, help, version };
 
 class cmd_params {
  public:
@@ -24,7 +24,8 @@ class cmd_params {
   // The library layer. Writes the run header line (identification and the quoted command
   // line) into `header`, then reads and consumes its switches. Returns help for "-h",
   // "-help", "/?", "--help" or an argument list holding only the program path; the caller
-  // prints the usage and ends with status 0.
+  // prints the usage and ends with status 0. Returns version for "-version" (after help): the
+  // caller prints the version line and ends with status 0, whatever else was given.
   parse_result parse_generic(arg_list& args, std::ostream& header);
 
   // Sets the column separator and derives the query character substitution from it.

@@ -321,6 +321,10 @@ int input_params::parse(arg_list& args, std::ostream& header, bool& help) {
     return 0;
   }
   if (generic == parse_result::failed) return 0;
+  if (generic == parse_result::version) {
+    show_version = 1;
+    return 1;
+  }
 
   for (const pipe_option& option : k_pipe_options) {
     if (!take_switch(args, option.name)) continue;

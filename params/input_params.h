@@ -17,9 +17,11 @@ class input_params : public cmd_params {
 
   // The tool layer: runs the generic layer first, then the lookup options, -server, and the
   // numbers. Returns 1 on success, 0 on failure (its message already on standard error).
-  // `help` is set when the generic layer asked for the usage text.
+  // `help` is set when the generic layer asked for the usage text; after -version it returns 1
+  // with `show_version` set and nothing else read.
   int parse(arg_list& args, std::ostream& header, bool& help);
 
+  std::uint8_t show_version = 0;  // -version: the version line, and nothing else
   std::string server = "8.8.8.8";
   std::string url;
   std::string ip;

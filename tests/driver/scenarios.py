@@ -80,6 +80,8 @@ GROUPS = {
     "command_line": [
         ("no arguments: the usage", "", None, ""),
         ("a help switch wins over a lookup", "-url a.test /? @", None, ""),
+        ("-version: the version line, whatever else is asked", "-url a.test @ -VERSION -port 0", None, ""),
+        ("a help switch wins over -version", "-version -h", None, ""),
         ("no server: header, message, 255", "-url x -csv_separator ' ; '", None, ""),
         ("no lookup asked", "@", None, ""),
         ("two lookups", "-ns a.test -cname b.test @", None, ""),
