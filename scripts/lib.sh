@@ -41,6 +41,8 @@ provided() {  # Debian package name: true when what it provides is usable here (
     iproute2) command -v ip ;;
     nsd) command -v nsd || [ -x /usr/sbin/nsd ] || [ -x /usr/local/sbin/nsd ] ;;
     libreoffice-calc-nogui) command -v soffice || command -v libreoffice ;;
+    dpkg-dev) command -v dpkg-shlibdeps ;;
+    man-db) command -v man ;;
     googletest | libgtest-dev) true ;;  # found (or not) by CMake, which says when the unit tests are off
     *) command -v "$1" ;;
   esac >/dev/null 2>&1
@@ -56,6 +58,7 @@ tool_name() {  # Debian package name: what it is called elsewhere
     bind9-dnsutils) echo dig ;;
     iproute2) echo "ip(iproute2)" ;;
     libreoffice-calc-nogui) echo "LibreOffice(soffice)" ;;
+    man-db) echo man ;;
     *) echo "$1" ;;
   esac
 }
