@@ -21,6 +21,12 @@ constexpr rcode_info k_rcodes[] = {
     {19, "BADMODE"},  {20, "BADNAME"}, {21, "BADALG"},   {22, "BADTRUNC"}, {23, "BADCOOKIE"},
 };
 
+// rcode_name's binary search needs the codes strictly rising (see k_rcodes above).
+static_assert(std::adjacent_find(std::begin(k_rcodes), std::end(k_rcodes),
+                                 [](const rcode_info& a, const rcode_info& b) { return a.code >= b.code; }) ==
+                  std::end(k_rcodes),
+              "k_rcodes must be in strictly rising code order");
+
 }  // namespace
 
 std::optional<message_header> read_message_header(std::span<const std::uint8_t> message) {

@@ -11,8 +11,8 @@ constexpr std::string_view k_generic_prefix = "TYPE";
 
 // One row per type that has a mnemonic, in code order. To add a type: its code, its usual
 // mnemonic, the report's name if that differs ("unk" where the report's column has none), and
-// the kinds of its fields in order (none: its data is shown in the generic form). A test
-// checks the order and that no name is there twice.
+// the kinds of its fields in order (none: its data is shown in the generic form). The
+// compiler checks the order (below), a test that no name is there twice.
 //
 // The report's column has deliberate gaps: DS (43), MAILB (253) and every type named after it
 // was made print "unk" there, and NSAP-PTR keeps its underscore.
@@ -112,6 +112,14 @@ constexpr record_type_info k_record_types[] = {
     {32768, "TA", {}, {}},
     {32769, "DLV", {}, {}},
 };
+
+// find_record_type's binary search needs the codes strictly rising: a row out of place
+// would make its own code and others unfindable without failing any lookup loudly.
+static_assert(std::adjacent_find(std::begin(k_record_types), std::end(k_record_types),
+                                 [](const record_type_info& a, const record_type_info& b) {
+                                   return a.code >= b.code;
+                                 }) == std::end(k_record_types),
+              "k_record_types must be in strictly rising code order");
 
 std::string_view report_name(const record_type_info& row) {
   return row.report_name.empty() ? row.name : row.report_name;

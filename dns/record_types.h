@@ -62,7 +62,7 @@ struct record_type_info {
   rdata_layout layout;
 };
 
-// Every named type, in code order.
+// Every named type, in code order (the compiler checks it).
 std::span<const record_type_info> record_types();
 
 // The row of a code, or null for a code without one.
