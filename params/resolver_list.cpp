@@ -23,7 +23,9 @@ std::string_view without_comment(std::string_view line) {
   return line;
 }
 
+// The whole text: inet_pton would stop at a NUL byte and take what comes before it.
 bool is_address(int family, std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) return false;
   const std::string copy(text);
   std::uint8_t bytes[sizeof(in6_addr)];
   return ::inet_pton(family, copy.c_str(), bytes) == 1;

@@ -17,7 +17,9 @@ constexpr const char* k_root_addresses[] = {
     "202.12.27.33",   "2001:dc3::35",
 };
 
+// The whole text: inet_pton would stop at a NUL byte, which a word of the file may hold.
 bool is_address(const std::string& text) {
+  if (text.find('\0') != std::string::npos) return false;
   unsigned char bytes[sizeof(in6_addr)];
   return ::inet_pton(AF_INET, text.c_str(), bytes) == 1 || ::inet_pton(AF_INET6, text.c_str(), bytes) == 1;
 }

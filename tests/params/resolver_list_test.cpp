@@ -31,6 +31,7 @@ TEST(read_resolver_list, forms_comments_and_the_first_bad_line) {
       {"port with letters", "192.0.2.1:53x", {}, 1, "192.0.2.1:53x"},
       {"host name", "resolver.example", {}, 1, "resolver.example"},
       {"octet over 255", "192.0.2.256", {}, 1, "192.0.2.256"},
+      {"NUL inside the address", {"[2001:db8::\0\0\0" "53]:53", 20}, {}, 1, {"[2001:db8::\0\0\0" "53]:53", 20}},
       {"unclosed bracket", "[2001:db8::1", {}, 1, "[2001:db8::1"},
       {"bracketed ipv4", "[192.0.2.1]", {}, 1, "[192.0.2.1]"},
       {"comment after a blank", "192.0.2.1 # office", {v4}},
