@@ -18,6 +18,7 @@ enum class rdata_field : std::uint8_t {
   u8,             // unsigned numbers, big-endian
   u16,
   u32,
+  u48,            // TSIG's time signed
   ipv4,           // 4 bytes
   ipv6,           // 16 bytes
   text,           // one <character-string>: a length byte and that many bytes
@@ -40,6 +41,13 @@ enum class rdata_field : std::uint8_t {
   loc,            // the whole data of a LOC record (RFC 1876), version 0 only
   eui48,          // 6 bytes, 00-00-5e-00-53-2a
   eui64,          // 8 bytes
+  ports,          // a bitmap of ports to the end, maybe empty, not ending in a zero byte (WKS)
+  prefixes,       // address prefixes (RFC 3123) to the end, maybe none (APL)
+  hip,            // the whole data of a HIP record (RFC 8005)
+  key_error,      // a 16-bit TSIG or TKEY error, by mnemonic where it has one
+  sized_base64,   // a 16-bit length, then that many bytes: the length, a blank and base64 if any
+  sized_base64_blank,  // the same with the blank after the length always (dig's TSIG other data,
+                       // TKEY key data)
 };
 
 // The fields of one type's data, in order; none: the type is told in the generic form only.

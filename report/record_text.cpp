@@ -39,6 +39,15 @@ constexpr named_value k_algorithms[] = {
     {12, "ECCGOST"},         {13, "ECDSAP256SHA256"}, {14, "ECDSAP384SHA384"}, {15, "ED25519"},
     {16, "ED448"},           {252, "INDIRECT"},       {253, "PRIVATEDNS"}, {254, "PRIVATEOID"}};
 
+// TSIG and TKEY errors (RFC 8945 section 5.3) as dig names them: response codes up to 15, the
+// TSIG errors 16 to 22; the others, BADCOOKIE among them, as numbers.
+constexpr named_value k_key_errors[] = {
+    {0, "NOERROR"},     {1, "FORMERR"},     {2, "SERVFAIL"},    {3, "NXDOMAIN"},    {4, "NOTIMP"},
+    {5, "REFUSED"},     {6, "YXDOMAIN"},    {7, "YXRRSET"},     {8, "NXRRSET"},     {9, "NOTAUTH"},
+    {10, "NOTZONE"},    {11, "RESERVED11"}, {12, "RESERVED12"}, {13, "RESERVED13"}, {14, "RESERVED14"},
+    {15, "RESERVED15"}, {16, "BADSIG"},     {17, "BADKEY"},     {18, "BADTIME"},    {19, "BADMODE"},
+    {20, "BADNAME"},    {21, "BADALG"},     {22, "BADTRUNC"}};
+
 // SvcParamKeys with a name (RFC 9460 section 14.3.2); dig 9.18 shows the others, dohpath
 // included, as "key" and the number.
 constexpr std::string_view k_svc_keys[] = {"mandatory", "alpn", "no-default-alpn", "port",
@@ -56,6 +65,14 @@ constexpr std::size_t k_loc_size = 16;
 
 // A type bitmap window holds at most 256 types, 32 bytes (RFC 4034 section 4.1.2).
 constexpr std::uint8_t k_max_window_bytes = 32;
+
+// A WKS bitmap covers at most every port, 65536 bits.
+constexpr std::size_t k_max_port_bytes = 65536 / 8;
+
+// APL address families (RFC 3123 section 4): IPv4 and IPv6.
+constexpr std::uint16_t k_apl_ipv4 = 1;
+constexpr std::uint16_t k_apl_ipv6 = 2;
+constexpr std::uint8_t k_apl_negation = 0x80;
 
 void append_number(std::string& out, std::uint64_t value) { out += std::to_string(value); }
 
@@ -304,6 +321,51 @@ bool append_types(std::string& out, byte_reader& in, bool may_be_empty) {
   return !in.overran();
 }
 
+// WKS (RFC 1035 section 3.4.2): the set bits as port numbers, bit 0 of the first byte port 0.
+// dig refuses a bitmap whose last byte is zero.
+bool append_ports(std::string& out, byte_reader& in) {
+  const std::size_t size = in.remaining();
+  if (size > k_max_port_bytes) return false;
+  for (std::size_t i = 0; i < size; ++i) {
+    const std::uint8_t bits = in.u8();
+    if (i + 1 == size && bits == 0) return false;
+    for (unsigned bit = 0; bit < 8; ++bit) {
+      if ((bits & (0x80 >> bit)) == 0) continue;
+      if (!out.empty()) out += ' ';
+      append_number(out, i * 8 + bit);
+    }
+  }
+  return true;
+}
+
+// APL items as [!]family:address/prefix. The wire leaves out an address's trailing zero bytes;
+// dig refuses one that keeps a zero byte last, or a prefix or address too long for its family,
+// and writes a record with another family in the generic form.
+bool append_prefixes(std::string& out, byte_reader& in) {
+  while (in.remaining() != 0) {
+    const std::uint16_t family = in.u16();
+    const std::uint8_t prefix = in.u8(), length_byte = in.u8();
+    const std::size_t length = length_byte & ~k_apl_negation;
+    if (in.overran() || length > in.remaining() || (family != k_apl_ipv4 && family != k_apl_ipv6)) return false;
+    const std::size_t width = family == k_apl_ipv4 ? 4 : 16;
+    if (prefix > width * 8 || length > width) return false;
+    std::array<std::uint8_t, 16> address{};
+    for (std::size_t i = 0; i < length; ++i) address[i] = in.u8();
+    if (length != 0 && address[length - 1] == 0) return false;
+    if (!out.empty()) out += ' ';
+    if ((length_byte & k_apl_negation) != 0) out += '!';
+    append_number(out, family);
+    out += ':';
+    if (family == k_apl_ipv4)
+      append_ipv4(out, byte_span(address).first(4));
+    else
+      append_ipv6(out, address);
+    out += '/';
+    append_number(out, prefix);
+  }
+  return true;
+}
+
 void append_svc_key(std::string& out, std::uint16_t key) {
   if (key < std::size(k_svc_keys)) {
     out += k_svc_keys[key];
@@ -468,6 +530,11 @@ class field_reader {
         number = m_in.u32();
         append_number(out, number);
         return true;
+      case rdata_field::u48: {
+        const std::uint64_t high = m_in.u16();
+        append_number(out, high << 32 | m_in.u32());
+        return true;
+      }
       case rdata_field::ipv4:
         if (m_in.remaining() < 4) return false;
         append_ipv4(out, take(4));
@@ -555,8 +622,46 @@ class field_reader {
         append_eui(out, take(size));
         return true;
       }
+      case rdata_field::ports:
+        return append_ports(out, m_in);
+      case rdata_field::prefixes:
+        return append_prefixes(out, m_in);
+      case rdata_field::hip:
+        return hip(out);
+      case rdata_field::key_error:
+        append_named(out, k_key_errors, m_in.u16());
+        return true;
+      case rdata_field::sized_base64:
+      case rdata_field::sized_base64_blank: {
+        const std::uint16_t size = m_in.u16();
+        if (m_in.overran() || size > m_in.remaining()) return false;
+        append_number(out, size);
+        if (size != 0 || kind == rdata_field::sized_base64_blank) out += ' ';
+        append_base64(out, take(size));
+        return true;
+      }
     }
     return false;
+  }
+
+  // HIP: the HIT's and the key's lengths lead on the wire and are not written; then the
+  // algorithm, the HIT in hex, the key in base64 and the rendezvous servers. dig refuses an
+  // empty HIT or key.
+  bool hip(std::string& out) {
+    const std::uint8_t hit_length = m_in.u8(), algorithm = m_in.u8();
+    const std::uint16_t key_length = m_in.u16();
+    if (m_in.overran() || hit_length == 0 || key_length == 0 || hit_length + std::size_t{key_length} > m_in.remaining())
+      return false;
+    append_number(out, algorithm);
+    out += ' ';
+    append_hex(out, take(hit_length));
+    out += ' ';
+    append_base64(out, take(key_length));
+    while (m_in.remaining() != 0) {
+      out += ' ';
+      if (!name(out)) return false;
+    }
+    return true;
   }
 
   // IPSECKEY (RFC 4025 section 2.3): none, an IPv4 or IPv6 address, or a name, by its type.
