@@ -173,6 +173,7 @@ GROUPS = {
         ("TCP never answers, verbose", "-url a.test @ -tcp_only -timeout_ms 300 -verbose", [], "", [stream()]),
         ("TCP fails, the retry truncated again, then TCP answers", "-url a.test @ -tcp -retry 1 -stats", [TC, TC], "",
          [stream(lambda q: b""), stream(WWW_TCP)]),
+        ("a server on 127.0.0.2, none on 127.0.0.1: truncated, then TCP", "-url a.test @127.0.0.2 -tcp", [TC], "", [stream(WWW_TCP)]),
         ("TCP reply of 64 KiB: fields past the last position end the records", "-url a.test @ -tcp_only",
          [], "", [stream(framed(past_last_position))]),
     ],
@@ -355,17 +356,19 @@ def csv_mismatches(zib, row, argv, out, extra):
 
 
 def run_row(zib, row, wrap, extra=(), recipe=False, resolvers=None):
-    """With `resolvers` (a file name), "@" asks the responder as the one resolver of that file."""
+    """With `resolvers` (a file name), "@" asks the responder as the one resolver of that file;
+    "@127.0.0.2" puts the responder on that address, with nothing on 127.0.0.1 at its port."""
     title, args, script, stdin = row[:4]
     argv = shlex.split(args) + list(extra)
-    at = argv.index("@") if "@" in argv else argv.index("@53") if "@53" in argv else None
-    responder = Responder(script or (), port=53 if argv[at] == "@53" else 0,
+    at = next((i for i, a in enumerate(argv) if a.startswith("@")), None)
+    host = argv[at][1:] if at is not None and "." in argv[at] else "127.0.0.1"
+    responder = Responder(script or (), port=53 if argv[at] == "@53" else 0, host=host,
                           tcp=row[4] if len(row) > 4 else None) if at is not None else None
     port = responder.port if responder else None
-    as_server = ["-server", "127.0.0.1"] + (["-port", str(port)] if at is not None and argv[at] == "@" else [])
-    if resolvers and responder and argv[at] == "@":
+    as_server = ["-server", host] + (["-port", str(port)] if at is not None and argv[at] != "@53" else [])
+    if resolvers and responder and argv[at] != "@53":
         with open(resolvers, "w") as f:
-            f.write("127.0.0.1:%d\n" % port)
+            f.write("%s:%d\n" % (host, port))
         argv[at:at + 1] = ["-resolvers", resolvers]
     elif responder:
         argv[at:at + 1] = as_server
@@ -393,7 +396,7 @@ def run_row(zib, row, wrap, extra=(), recipe=False, resolvers=None):
         block = block.replace(" " + " ".join(extra), "")
     if resolvers:  # the command line as -server gives it, and -stats without its resolver line
         block = block.replace("-resolvers " + resolvers, " ".join(as_server))
-        block = re.sub(r"(?m)^resolver 127\.0\.0\.1:\d+: .*\n", "", block)
+        block = re.sub(r"(?m)^resolver 127\.0\.0\.\d:\d+: .*\n", "", block)
     return mask(block.replace(zib, "zib"), port) + asked
 
 
