@@ -173,6 +173,8 @@ GROUPS = {
         ("TCP never answers, verbose", "-url a.test @ -tcp_only -timeout_ms 300 -verbose", [], "", [stream()]),
         ("TCP fails, the retry truncated again, then TCP answers", "-url a.test @ -tcp -retry 1 -stats", [TC, TC], "",
          [stream(lambda q: b""), stream(WWW_TCP)]),
+        ("in flight: -delay before the retry, none before TCP", "-url a.test @ -inflight 2 -tcp -retry 1 -delay 1 -timeout_ms 200",
+         [act(), TC], "", [stream(WWW_TCP)]),
         ("a server on 127.0.0.2, none on 127.0.0.1: truncated, then TCP", "-url a.test @127.0.0.2 -tcp", [TC], "", [stream(WWW_TCP)]),
         ("TCP reply of 64 KiB: fields past the last position end the records", "-url a.test @ -tcp_only",
          [], "", [stream(framed(past_last_position))]),
