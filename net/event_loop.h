@@ -1,8 +1,8 @@
 // Waiting for many descriptors at once, in one thread: each watched descriptor carries a token
 // and an interest (readable or writable), and a wait returns the tokens of those that became
-// ready. One interface, three backends chosen when zib is built: epoll on Linux, kqueue on
-// macOS and the BSDs, poll() elsewhere (or anywhere, built with -DZIB_EVENT_LOOP=poll). With epoll and
-// kqueue a wait costs in proportion to the descriptors that are ready, not to those watched.
+// ready. One interface, two backends chosen when zib is built: epoll on Linux, poll() elsewhere
+// (macOS included) or anywhere built with -DZIB_EVENT_LOOP=poll. With epoll a wait costs in
+// proportion to the descriptors that are ready, not to those watched.
 // Every wait also ends, with nothing ready, when a stop signal arrives (net/interrupt.h).
 #pragma once
 
@@ -29,14 +29,14 @@ class event_loop {
   // `token`. False when the system refused (the descriptor then is not watched).
   bool watch(int descriptor, std::uint64_t token, interest what);
   // Stops watching. With `closing` the caller is about to close the descriptor, which takes it
-  // out of an epoll or kqueue set by itself, so no system call is spent on it.
+  // out of an epoll set by itself, so no system call is spent on it.
   void forget(int descriptor, bool closing = false);
 
   // Waits up to `timeout_ms` (negative: no limit; 0: only looks). The events hold until the
   // next call; empty after a time-out, a failed wait or a stop signal.
   std::span<const ready_event> wait(int timeout_ms);
 
-  // "epoll", "kqueue" or "poll".
+  // "epoll" or "poll".
   static const char* backend_name();
 
  private:
