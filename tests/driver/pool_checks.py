@@ -93,15 +93,14 @@ def liar(zib):
 
 
 def rate_limit(zib):
-    """One resolver that refuses beyond 200 queries a second (a burst of 10): zib slows down to
-    it, every name is answered, and it asks at most 1.75 queries a name (about 1.5 on a quiet
-    machine; the responder counts queries as it reads them, and on a busy one it reads a queue of
-    them at once and refuses more). Unpaced, 50 in flight would be refused many times over."""
-    lock, bucket = threading.Lock(), {"tokens": 10.0, "at": time.monotonic()}
+    """One resolver that refuses beyond 200 queries a second (a burst of 10), counted at their
+    arrival: zib slows down to it, every name is answered, and it asks at most 2 queries a name
+    (1.4 to 1.7 in practice, by how far its start overshoots the limit)."""
+    lock, bucket = threading.Lock(), {"tokens": 10.0, "at": 0.0}
 
     def limited(query):
         with lock:
-            now = time.monotonic()
+            now = responder.times[-1]
             bucket["tokens"] = min(10.0, bucket["tokens"] + (now - bucket["at"]) * 200)
             bucket["at"] = now
             if bucket["tokens"] < 1:
@@ -113,12 +112,12 @@ def rate_limit(zib):
     with tempfile.TemporaryDirectory() as work:
         path = pool_file(work, [responder])
         names = "".join("n%d.test\n" % i for i in range(400)).encode()
-        status, out, _ = run_zib(zib, ["-url_pipe", "-resolvers", path, "-retry_rcodes", "REFUSED", "-retry", "10",
+        status, out, _ = run_zib(zib, ["-url_pipe", "-resolvers", path, "-retry_rcodes", "REFUSED", "-retry", "6",
                                        "-inflight", "50", "-json_names"], names)
     responder.close()
     outcomes = collections.Counter(json.loads(l)["outcome"] for l in out.decode().splitlines())
     queries = len(responder.queries)
-    return status == 0 and outcomes == {"answered": 400} and queries <= 700, "%s, %d queries" % (dict(outcomes), queries)
+    return status == 0 and outcomes == {"answered": 400} and queries <= 800, "%s, %d queries" % (dict(outcomes), queries)
 
 
 def forms(zib):

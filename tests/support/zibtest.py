@@ -81,10 +81,21 @@ def edns_text(query):
                                                     len(m.options)) if m.edns >= 0 else "no edns"
 
 
+def arrival(ancillary):
+    """When the kernel took a datagram in (SO_TIMESTAMPNS), so that queries a busy machine lets
+    queue up are not bunched together at the time they are read; that time where there is none."""
+    for level, kind, data in ancillary:
+        if level == socket.SOL_SOCKET and kind == getattr(socket, "SO_TIMESTAMPNS", None):
+            seconds, nanoseconds = struct.unpack("qq", data[:16])
+            return seconds + nanoseconds / 1e9
+    return time.time()
+
+
 class Responder:
     """Answers each datagram by the next step of its script, then by the steps of `cycle` in
     turn (silence without one, or when the step's make gives None). Records when each query
-    arrived. Lives at most `lifetime` seconds, so it cannot hang a run."""
+    arrived (`times`, seconds of the wall clock: compare them with each other only). Lives at most
+    `lifetime` seconds, so it cannot hang a run."""
     def __init__(self, script=(), cycle=(), port=0, lifetime=120, tcp=None, host="127.0.0.1"):
         steps = lambda xs: [x if isinstance(x, act) else act(x) for x in xs]
         self.script, self.cycle, self.queries, self.times = steps(script), steps(cycle) or [act()], [], []
@@ -93,6 +104,8 @@ class Responder:
             family = socket.AF_INET6 if ":" in host else socket.AF_INET
             self.sock = socket.socket(family, socket.SOCK_DGRAM)
             self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 22)
+            if hasattr(socket, "SO_TIMESTAMPNS"):
+                self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_TIMESTAMPNS, 1)
             self.sock.bind((host, port))
             self.port = self.sock.getsockname()[1]
             try:
@@ -116,10 +129,10 @@ class Responder:
                 step = self.streams.pop(0) if self.streams else stream()
                 threading.Thread(target=self.converse, args=(conn, step), daemon=True).start()
             if self.sock in ready:
-                query, sender = self.sock.recvfrom(65536)
+                query, ancillary, _, sender = self.sock.recvmsg(65536, 64)
                 step = self.script.pop(0) if self.script else self.cycle[len(self.queries) % len(self.cycle)]
                 self.queries.append(query)
-                self.times.append(time.monotonic())
+                self.times.append(arrival(ancillary))
                 data = step.make(query) if step.make is not None else None
                 if data is not None:
                     self.replies.append(data)
