@@ -84,7 +84,7 @@ class bulk_scheduler {
  public:
   bulk_scheduler(std::ostream& out, input_params& config, const query_source& next, const run_extras& extras,
                  run_progress& progress, name_outcome& worst, std::uint64_t lines_before)
-      : m_out(out), m_config(config), m_next(next), m_extras(extras), m_progress(progress), m_worst(worst),
+      : m_config(config), m_next(next), m_extras(extras), m_progress(progress),
         m_slots(static_cast<std::size_t>(config.inflight)),
         m_plan(config.retry, config.delay, config.tcp != 0, config.tcp_only != 0, config.retry_rcodes),
         m_servers(servers_of(config)),
@@ -340,12 +340,10 @@ class bulk_scheduler {
     return next;
   }
 
-  std::ostream& m_out;
   input_params& m_config;
   const query_source& m_next;
   const run_extras& m_extras;
   run_progress& m_progress;
-  name_outcome& m_worst;
   std::vector<flight> m_slots;
   std::vector<std::size_t> m_free;
   std::deque<std::size_t> m_ready;
